@@ -1,0 +1,71 @@
+#pragma once
+
+#include <juce_core/juce_core.h>
+
+#include <atomic>
+
+/** A serial device opened by a small port number: blocking reads and writes
+    with per-character millisecond timeouts. A ComPort has no lock of its own;
+    its owner serialises use. */
+class ComPort
+{
+public:
+    enum ParityType { parityNone = 0, parityEven = 1, parityOdd = 2 };
+    enum FlowControlType { flowNone = 0, flowHardware = 1, flowSoftware = 2 };
+
+    /** Longest line readString is asked for by the board link. */
+    static constexpr int maxLineLength = 1080;
+
+    ComPort() = default;
+    ~ComPort();
+
+    bool open(int port, bool isUsb);
+    bool set(int baudRate, int dataBits, ParityType parity, int stopBits, FlowControlType flow);
+    bool set(int baudRate, int dataBits, int parity, int stopBits, int flow)
+    {
+        return set(baudRate, dataBits, (ParityType) parity, stopBits, (FlowControlType) flow);
+    }
+
+    int ready(int timeoutMs);
+    int readChar(int timeoutMs);
+    int readString(juce::String& line, int maxLength, int timeoutMs);
+    bool writeChar(char c, int timeoutMs);
+    bool writeString(const char* text, int timeoutMs);
+    bool removed() const;
+    void close();
+
+    bool isOpen() const noexcept { return open_.load(); }
+    int getPortNumber() const noexcept { return portNumber; }
+    bool getIsUsb() const noexcept { return isUsb; }
+    juce::String getDevicePath() const { return devicePath; }
+
+    /** Rescans the device directory and returns the number of USB adaptor
+        `name` (-1 if it is not there). Numbers never change once given. */
+    static int usbPortNumber(const juce::String& name);
+
+    /** Forgets every USB adaptor name seen so far. Only for tests that run
+        several emulated device directories in one process. */
+    static void forgetUsbSerialNames();
+
+private:
+    static bool scanUsbSerialNames();
+    enum class WaitFor { read, write };
+    int waitFor(WaitFor what, int timeoutMs, int& err);
+
+    std::atomic<bool> open_ { false };
+    int portNumber = -1;
+    bool isUsb = false;
+    juce::String devicePath;
+    int fd = -1;
+
+    JUCE_DECLARE_NON_COPYABLE(ComPort)
+};
+
+//==============================================================================
+// Single-key console input. The terminal of standard output is the one
+// configured; standard input is read.
+bool kbhit();
+int getch();
+void resetTTY();
+void setupTTY(bool singleKey);
+void setControlCHandler(void (*handler)());

@@ -1,0 +1,336 @@
+#include "link/ControlBoard.h"
+
+#include <cstring>
+
+namespace
+{
+constexpr int identifyWriteTimeoutMs = 50;
+constexpr int identifyReadTimeoutMs = 100;
+constexpr int idReadTimeoutMs = 500;
+constexpr int replyReadTimeoutMs = 500;
+constexpr int eventReadTimeoutMs = 50;
+constexpr int idlePauseMs = 10;
+constexpr int idleChecksBeforeUnplugCheck = 50;
+constexpr int readErrorsBeforeClose = 100;
+
+bool configureForBoard(ComPort& p, int baudRate)
+{
+    return p.set(baudRate, 8, ComPort::parityEven, 1, ComPort::flowNone);
+}
+
+bool isFinalLine(const juce::String& line)
+{
+    return line == "OK" || line == "N" || line.startsWithChar('R');
+}
+
+bool isEventLine(const juce::String& line)
+{
+    const auto c = line[0];
+    return c >= 'a' && c <= 'z';
+}
+}
+
+bool ControlBoard::openPorts[ControlBoard::maxPorts] = {};
+juce::CriticalSection ControlBoard::portLock;
+
+ControlBoard::~ControlBoard()
+{
+    closeBoard(false);
+}
+
+bool ControlBoard::isPortOpen(int p)
+{
+    const juce::ScopedLock sl(portLock);
+    return p >= 0 && p < maxPorts && openPorts[p];
+}
+
+//==============================================================================
+bool ControlBoard::findAndOpen(int boardId)
+{
+    if (isOpen)
+        return true;
+
+    const bool usb = isUsb();
+    const int first = firstSearchPort();
+    const int last = first + numSearchPorts() - 1;
+
+    juce::String version;
+    const int found = searchForControlBoard(usb, first, last, boardIdString(), boardId, getBaudRate(), version);
+    setVersionString(version);
+
+    if (found >= 0 && openPort(found, usb))
+    {
+        // A thread that ended itself after an unplug may still be winding down.
+        stopThread(threadStopTimeoutMs);
+        isOpen = true;
+        startThread();
+    }
+    return isOpen;
+}
+
+int ControlBoard::searchForControlBoard(bool usb, int firstPort, int lastPort, const char* idString,
+                                        int boardId, int baudRate, juce::String& version)
+{
+    const juce::ScopedLock sl(portLock);
+    const int idLength = (int) std::strlen(idString);
+
+    for (int p = firstPort; p <= lastPort; ++p)
+    {
+        if (p >= 0 && p < maxPorts && openPorts[p])
+            continue;
+
+        ComPort probe;
+        if (!probe.open(p, usb))
+            continue;
+        if (!configureForBoard(probe, baudRate))
+        {
+            probe.close();
+            continue;
+        }
+
+        juce::String reply;
+        probe.writeString("?\n", identifyWriteTimeoutMs);
+        probe.readString(reply, ComPort::maxLineLength, identifyReadTimeoutMs);
+        if (reply == "N")
+        {
+            // Some adaptors refuse the first request after being opened.
+            probe.writeString("?\n", identifyWriteTimeoutMs);
+            probe.readString(reply, ComPort::maxLineLength, identifyReadTimeoutMs);
+        }
+        if (reply.isEmpty() || !reply.startsWith(idString))
+        {
+            probe.close();
+            continue;
+        }
+
+        version = reply.startsWith("(bootloader)") ? reply.substring(idLength + 13) : reply.substring(idLength + 1);
+
+        juce::String idReply;
+        probe.writeString("@\n", identifyWriteTimeoutMs);
+        probe.readString(idReply, ComPort::maxLineLength, idReadTimeoutMs);
+        const bool accepted = idReply.isNotEmpty() && idReply[0] == 'R'
+                              && (boardId < 0 || (int) idReply[1] - '0' == boardId);
+        probe.close();
+        if (accepted)
+            return p;
+    }
+    return -1;
+}
+
+bool ControlBoard::syncState()
+{
+    return sendCommand('!', -1, 2);
+}
+
+//==============================================================================
+bool ControlBoard::openPort(int p, bool usb)
+{
+    const juce::ScopedLock sl(portLock);
+    if (p < 0 || p >= maxPorts || openPorts[p])
+        return false;
+    if (!port.open(p, usb))
+        return false;
+    if (!configureForBoard(port, getBaudRate()))
+    {
+        port.close();
+        return false;
+    }
+    openPorts[p] = true;
+    return true;
+}
+
+void ControlBoard::closePort()
+{
+    const juce::ScopedLock sl(portLock);
+    // The board lock is taken inside the port lock (never the other way
+    // round), so a command in flight on another thread finishes before its
+    // descriptor goes away.
+    const juce::ScopedLock boardLock(lock);
+    const int p = port.getPortNumber();
+    if (port.isOpen())
+    {
+        port.close();
+        if (p >= 0 && p < maxPorts)
+            openPorts[p] = false;
+    }
+}
+
+bool ControlBoard::changePortRate()
+{
+    const juce::ScopedLock sl(portLock);
+    return configureForBoard(port, getBaudRate());
+}
+
+bool ControlBoard::reopenPort()
+{
+    if (!isOpen)
+        return false;
+
+    const bool wasRunning = isThreadRunning();
+    stopThread(threadStopTimeoutMs);
+    const int p = port.getPortNumber();
+    const bool usb = port.getIsUsb();
+    closePort();
+    if (!openPort(p, usb))
+    {
+        isOpen = false;
+        return false;
+    }
+    if (wasRunning)
+        startThread();
+    return true;
+}
+
+void ControlBoard::closeBoard(bool fromOwnThread)
+{
+    if (fromOwnThread)
+    {
+        // If the console is closing the board right now it is also waiting for
+        // this thread to end: let it finish the job.
+        const juce::ScopedTryLock tl(closeLock);
+        if (tl.isLocked())
+            closeOpenBoard(true);
+        return;
+    }
+    const juce::ScopedLock sl(closeLock);
+    closeOpenBoard(false);
+}
+
+void ControlBoard::closeOpenBoard(bool fromOwnThread)
+{
+    if (!isOpen)
+        return;
+    closingBoard();
+    if (!fromOwnThread)
+        stopThread(threadStopTimeoutMs);
+    closePort();
+    isOpen = false;
+    setVersionString({});
+}
+
+//==============================================================================
+bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String& reply, bool expectResponse)
+{
+    const juce::String line = command + "\n";
+    const int writeTimeoutMs = command.length() <= 128 ? 50 : 250;
+
+    if (!port.isOpen())
+        return false;
+
+    const juce::ScopedLock sl(lock);
+    if (!port.isOpen())
+        return false;
+
+    if (!port.writeString(line.toRawUTF8(), writeTimeoutMs))
+    {
+        logLine("ControlBoard::sendCommand '" + command + "' failed");
+        return false;
+    }
+
+    bool result = true;
+    reply.clear();
+    while (!isFinalLine(reply))
+    {
+        const int n = port.readString(reply, ComPort::maxLineLength, replyReadTimeoutMs);
+        if (n <= 0)
+        {
+            logLine("ControlBoard::sendCommand '" + command + "' reply " + (n < 0 ? "fail" : "timeout"));
+            return false;
+        }
+
+        if (!isFinalLine(reply))
+        {
+            if (isEventLine(reply))
+                pendingEvents.add(reply);
+            else
+                logLine("ControlBoard::sendCommand '" + command + "' received unexpected reply '" + reply + "'");
+        }
+        else if (reply == "N")
+        {
+            logLine("ControlBoard::sendCommand '" + command + "' received NACK");
+            result = false;
+        }
+        else if (reply.startsWithChar('R') && !expectResponse)
+        {
+            logLine("ControlBoard::sendCommand '" + command + "' received unexpected response char");
+            result = false;
+        }
+        else if (reply == "OK" && expectResponse)
+        {
+            logLine("ControlBoard::sendCommand '" + command + "' received unexpected ACK");
+            result = false;
+        }
+    }
+    return result;
+}
+
+//==============================================================================
+void ControlBoard::run()
+{
+    int idleCount = 0;
+    int consecutiveErrors = 0;
+    juce::StringArray parked;
+    juce::String line;
+
+    while (!threadShouldExit())
+    {
+        int status = 0;
+        {
+            const juce::ScopedLock sl(lock);
+            if (!pendingEvents.isEmpty())
+            {
+                parked.swapWith(pendingEvents);
+                status = 1;
+            }
+            else if (port.isOpen() && port.ready(0) == 1)
+            {
+                status = port.readString(line, ComPort::maxLineLength, eventReadTimeoutMs);
+                consecutiveErrors = status < 0 ? consecutiveErrors + 1 : 0;
+            }
+            else
+            {
+                consecutiveErrors = 0;
+            }
+        }
+
+        if (status > 0)
+        {
+            if (!parked.isEmpty())
+            {
+                for (auto& event : parked)
+                    eventReceived(event);
+                parked.clear();
+            }
+            else
+            {
+                eventReceived(line);
+            }
+        }
+        else if (wait(idlePauseMs) && threadShouldExit())
+        {
+            break;
+        }
+
+        if (!isUsb() || status > 0)
+            continue;
+
+        if (status == 0 && idleCount < idleChecksBeforeUnplugCheck)
+        {
+            ++idleCount;
+            continue;
+        }
+
+        idleCount = 0;
+        bool gone = port.removed();
+        if (gone)
+        {
+            juce::Thread::sleep(20);
+            gone = port.removed();
+        }
+        if (gone || consecutiveErrors > readErrorsBeforeClose)
+        {
+            closeBoard(true);
+            return;
+        }
+    }
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "link/ComPort.h"
+#include "link/HardwareBoard.h"
+
+/** The board link for every board on a serial port: finds its board by probing
+    the ports, owns the port while open, runs one command exchange at a time and
+    reads the board's unsolicited event lines on the board's own thread.
+
+    Subclasses whose closingBoard() does real work must call closeBoard(false)
+    in their own destructor: by the time this destructor runs the subclass part
+    is gone. */
+class ControlBoard : public HardwareBoard
+{
+public:
+    static constexpr int maxPorts = 16;
+    static constexpr int threadStopTimeoutMs = 10000;
+
+    ControlBoard() = default;
+    ~ControlBoard() override;
+
+    void run() override;
+    bool findAndOpen(int boardId) override;
+    bool syncState() override;
+    void closeBoard(bool fromOwnThread) override;
+    bool sendCommandInternal(const juce::String& command, juce::String& reply, bool expectResponse) override;
+
+    // --- further slots, in this order ---
+    virtual bool isUsb() const { return true; }
+    virtual int firstSearchPort() const { return 0; }
+    virtual int numSearchPorts() const { return 9; }
+    virtual int getBaudRate() const { return 19200; }
+    virtual void eventReceived(const juce::String& line) { juce::ignoreUnused(line); }
+
+    static int searchForControlBoard(bool isUsb, int firstPort, int lastPort, const char* idString,
+                                     int boardId, int baudRate, juce::String& version);
+
+    bool openPort(int port, bool isUsb);
+    void closePort();
+    bool changePortRate();
+    bool reopenPort();
+
+    /** The board's serial port, for the XBoot updater which talks to the
+        bootloader directly. */
+    ComPort& getPort() noexcept { return port; }
+
+    static bool isPortOpen(int port);
+
+    /** Guards openPorts and every open, close and reconfiguration of a port,
+        and is held for a whole search. Never taken under a board's lock. */
+    static juce::CriticalSection portLock;
+
+protected:
+    ComPort port;
+    juce::StringArray pendingEvents;
+
+    static bool openPorts[maxPorts];
+
+private:
+    void closeOpenBoard(bool fromOwnThread);
+
+    // Serialises closing between the console and the board's own thread.
+    juce::CriticalSection closeLock;
+
+    JUCE_DECLARE_NON_COPYABLE(ControlBoard)
+};

@@ -1,0 +1,229 @@
+#include "support/PtyPeer.h"
+
+#include "link/ComPort.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdexcept>
+#include <termios.h>
+#include <unistd.h>
+
+TempDevDir::TempDevDir()
+{
+    char templ[] = "/tmp/avrtest-dev-XXXXXX";
+    if (mkdtemp(templ) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
+    dir = templ;
+    setenv("AVRTEST_DEV_DIR", dir.c_str(), 1);
+    ComPort::forgetUsbSerialNames();
+}
+
+TempDevDir::~TempDevDir()
+{
+    juce::File(dir).deleteRecursively();
+    unsetenv("AVRTEST_DEV_DIR");
+    ComPort::forgetUsbSerialNames();
+}
+
+//==============================================================================
+PtyPeer::PtyPeer(const std::string& dir, const std::string& name)
+{
+    master = posix_openpt(O_RDWR | O_NOCTTY);
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
+        throw std::runtime_error("cannot create pty");
+    const std::string slavePath = ptsname(master);
+    slave = ::open(slavePath.c_str(), O_RDWR | O_NOCTTY);
+    if (slave < 0)
+        throw std::runtime_error("cannot open pty slave");
+    termios tio;
+    tcgetattr(slave, &tio);
+    cfmakeraw(&tio);
+    cfsetispeed(&tio, B1200);
+    cfsetospeed(&tio, B1200);
+    tcsetattr(slave, TCSANOW, &tio);
+    link = dir + "/" + name;
+    if (symlink(slavePath.c_str(), link.c_str()) != 0)
+        throw std::runtime_error("cannot publish pty");
+}
+
+PtyPeer::~PtyPeer()
+{
+    stopServing();
+    unplug();
+}
+
+void PtyPeer::toggleSpeed()
+{
+    if (slave < 0)
+        return;
+    termios tio;
+    if (tcgetattr(slave, &tio) != 0)
+        return;
+    fast = !fast;
+    cfsetispeed(&tio, fast ? B2400 : B1200);
+    cfsetospeed(&tio, fast ? B2400 : B1200);
+    tcsetattr(slave, TCSANOW, &tio);
+}
+
+bool PtyPeer::readBytes(std::string& bytes, size_t n, int timeoutMs)
+{
+    const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
+    while (pending.size() < n)
+    {
+        const auto now = juce::Time::getMillisecondCounter();
+        if (now >= deadline || master < 0)
+            return false;
+        pollfd p { master, POLLIN, 0 };
+        if (poll(&p, 1, (int) (deadline - now)) <= 0)
+            continue;
+        char buf[512];
+        const ssize_t got = ::read(master, buf, sizeof buf);
+        if (got > 0)
+            pending.append(buf, (size_t) got);
+        else if (got < 0 && errno != EAGAIN && errno != EINTR)
+            return false;
+    }
+    bytes = pending.substr(0, n);
+    pending.erase(0, n);
+    return true;
+}
+
+bool PtyPeer::readLine(std::string& line, int timeoutMs)
+{
+    const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
+    for (;;)
+    {
+        const auto nl = pending.find('\n');
+        if (nl != std::string::npos)
+        {
+            line = pending.substr(0, nl);
+            pending.erase(0, nl + 1);
+            toggleSpeed();
+            return true;
+        }
+        const auto now = juce::Time::getMillisecondCounter();
+        if (now >= deadline || master < 0)
+            return false;
+        pollfd p { master, POLLIN, 0 };
+        if (poll(&p, 1, (int) (deadline - now)) <= 0)
+            continue;
+        char buf[512];
+        const ssize_t got = ::read(master, buf, sizeof buf);
+        if (got > 0)
+            pending.append(buf, (size_t) got);
+        else if (got < 0 && errno != EAGAIN && errno != EINTR)
+            return false;
+    }
+}
+
+void PtyPeer::write(const std::string& bytes)
+{
+    size_t done = 0;
+    while (done < bytes.size() && master >= 0)
+    {
+        const ssize_t n = ::write(master, bytes.data() + done, bytes.size() - done);
+        if (n > 0)
+            done += (size_t) n;
+        else if (n < 0 && errno != EAGAIN && errno != EINTR)
+            return;
+    }
+}
+
+void PtyPeer::serve(Responder responder)
+{
+    stopServing();
+    serving = true;
+    server = std::thread([this, responder] {
+        while (serving)
+        {
+            std::string line;
+            if (!readLine(line, 100))
+                continue;
+            {
+                std::lock_guard<std::mutex> g(receivedLock);
+                receivedLines.push_back(line);
+            }
+            for (auto& out : responder(line))
+            {
+                if (!out.empty() && out[0] == '\x01')
+                    write(out.substr(1));
+                else
+                    writeLine(out);
+            }
+        }
+    });
+}
+
+void PtyPeer::stopServing()
+{
+    serving = false;
+    if (server.joinable())
+        server.join();
+}
+
+std::vector<std::string> PtyPeer::received() const
+{
+    std::lock_guard<std::mutex> g(receivedLock);
+    return receivedLines;
+}
+
+bool PtyPeer::waitForReceived(size_t n, int timeoutMs) const
+{
+    return waitUntil([&] { return received().size() >= n; }, timeoutMs);
+}
+
+void PtyPeer::unplug()
+{
+    if (server.joinable() && std::this_thread::get_id() != server.get_id())
+        stopServing();
+    if (!link.empty())
+        ::unlink(link.c_str());
+    if (master >= 0)
+        ::close(master);
+    if (slave >= 0)
+        ::close(slave);
+    master = slave = -1;
+}
+
+//==============================================================================
+bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
+{
+    const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
+    while (juce::Time::getMillisecondCounter() < deadline)
+    {
+        if (condition())
+            return true;
+        juce::Thread::sleep(5);
+    }
+    return condition();
+}
+
+LogCapture::LogCapture() : previous(juce::Logger::getCurrentLogger())
+{
+    juce::Logger::setCurrentLogger(this);
+}
+
+LogCapture::~LogCapture()
+{
+    juce::Logger::setCurrentLogger(previous);
+}
+
+juce::StringArray LogCapture::lines() const
+{
+    std::lock_guard<std::mutex> g(m);
+    return captured;
+}
+
+void LogCapture::clear()
+{
+    std::lock_guard<std::mutex> g(m);
+    captured.clear();
+}
+
+void LogCapture::logMessage(const juce::String& message)
+{
+    std::lock_guard<std::mutex> g(m);
+    captured.add(message);
+}

@@ -1,0 +1,105 @@
+#include "boardsim/faults.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "boardsim/wire.h"
+
+namespace boardsim {
+
+bool Faults::any() const
+{
+    return nackEvery || dropEvery || junkBefore || highbitBefore || delayMs || nackIdentify || baud;
+}
+
+static bool parseUnsigned(const std::string& text, unsigned long max, unsigned& value)
+{
+    if (text.empty() || text.size() > 10)
+        return false;
+    for (char c : text)
+        if (c < '0' || c > '9')
+            return false;
+    const unsigned long v = std::strtoul(text.c_str(), nullptr, 10);
+    if (v > max)
+        return false;
+    value = static_cast<unsigned>(v);
+    return true;
+}
+
+bool applyFaultSpec(Faults& faults, const std::string& spec, std::string& error)
+{
+    const auto eq = spec.find('=');
+    const std::string key = spec.substr(0, eq);
+    const bool hasValue = eq != std::string::npos;
+    const std::string value = hasValue ? spec.substr(eq + 1) : std::string();
+
+    auto number = [&](unsigned min, unsigned long max, unsigned& out) {
+        unsigned v = 0;
+        if (!hasValue || !parseUnsigned(value, max, v) || v < min) {
+            error = "fault '" + key + "' needs a whole number from " + std::to_string(min) + " to " +
+                    std::to_string(max);
+            return false;
+        }
+        out = v;
+        return true;
+    };
+
+    Faults next = faults;
+    if (key == "clear" && !hasValue) {
+        next = Faults();
+    } else if (key == "nack-every") {
+        if (!number(1, 1000000, next.nackEvery))
+            return false;
+    } else if (key == "drop-every") {
+        if (!number(1, 1000000, next.dropEvery))
+            return false;
+    } else if (key == "junk-before") {
+        if (!hasValue) {
+            error = "fault 'junk-before' needs a line, e.g. junk-before=HELLO";
+            return false;
+        }
+        next.junkBefore = value;
+    } else if (key == "highbit-before") {
+        unsigned char byte = 0xA5;
+        if (hasValue) {
+            std::string decoded;
+            if (!hexDecode(value, decoded) || decoded.size() != 1 ||
+                static_cast<unsigned char>(decoded[0]) < 0x80) {
+                error = "fault 'highbit-before' takes one hex byte from 80 to FF";
+                return false;
+            }
+            byte = static_cast<unsigned char>(decoded[0]);
+        }
+        next.highbitBefore = byte;
+    } else if (key == "delay-ms") {
+        if (!number(0, 600000, next.delayMs))
+            return false;
+    } else if (key == "nack-identify") {
+        if (!number(0, 1000000, next.nackIdentify))
+            return false;
+    } else if (key == "baud") {
+        if (!number(50, 10000000, next.baud))
+            return false;
+    } else {
+        error = "unknown fault '" + spec + "'";
+        return false;
+    }
+    faults = std::move(next);
+    return true;
+}
+
+const char* faultSpecHelp()
+{
+    return "  nack-every=N       answer every Nth command with \"N\" (the command is not carried out)\n"
+           "  drop-every=N       answer every Nth command with nothing (not carried out either)\n"
+           "  junk-before=TEXT   send the line TEXT before each reply\n"
+           "  highbit-before[=HH] send byte HH (80..FF, default A5) and \"\\r\\n\" before each reply\n"
+           "  delay-ms=N         wait N ms before each reply (events are not held back)\n"
+           "  nack-identify=N    answer the next N \"?\" requests with \"N\"\n"
+           "  baud=RATE          pace everything the board sends at RATE baud, 11 bits a character\n"
+           "  clear              remove every fault (control line only: fault B clear)\n"
+           "Every Nth counts all command lines the board has received since it started.\n"
+           "When several faults meet one command: drop wins over nack-identify over nack-every.\n";
+}
+
+} // namespace boardsim

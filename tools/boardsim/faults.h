@@ -1,0 +1,29 @@
+// Misbehaviour a board can be told to show, so the product's error handling
+// can be exercised without flaky hardware.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace boardsim {
+
+struct Faults {
+    unsigned nackEvery = 0;  // answer every Nth command with "N"
+    unsigned dropEvery = 0;  // answer every Nth command with nothing
+    std::optional<std::string> junkBefore; // a line sent before each reply
+    std::optional<unsigned char> highbitBefore; // a byte (+ "\r\n") sent before each reply
+    unsigned delayMs = 0;    // wait before each reply
+    unsigned nackIdentify = 0; // "?" requests still to be refused
+    unsigned baud = 0;       // pace everything sent at this rate; 0 = as fast as possible
+
+    bool any() const;
+};
+
+// Applies one SPEC ("nack-every=3", "highbit-before", "clear", ...) to
+// `faults`. On error `faults` is unchanged and `error` says why.
+bool applyFaultSpec(Faults& faults, const std::string& spec, std::string& error);
+
+// One line per SPEC form, for --help.
+const char* faultSpecHelp();
+
+} // namespace boardsim

@@ -1,0 +1,107 @@
+#include "boardsim/personality.h"
+
+#include <utility>
+
+namespace boardsim {
+
+Replier::Replier() = default;
+Replier::~Replier() = default;
+Replier::Replier(Replier&&) noexcept = default;
+Replier& Replier::operator=(Replier&&) noexcept = default;
+
+void Replier::become(std::unique_ptr<Personality> next) { successor_ = std::move(next); }
+
+std::unique_ptr<Personality> Replier::takeSuccessor() { return std::move(successor_); }
+
+std::size_t Replier::finalCount() const
+{
+    std::size_t n = 0;
+    for (const auto& item : items_)
+        if (item.kind == Kind::Final)
+            ++n;
+    return n;
+}
+
+Personality::Personality(BoardInfo info) : info_(std::move(info)) {}
+Personality::~Personality() = default;
+
+std::string Personality::identity() const { return identityForLetter(info_.letter); }
+
+void Personality::handle(const std::string& line, Replier& out)
+{
+    if (line == "?") {
+        out.final(identity() + " " + info_.version);
+    } else if (line == "@") {
+        out.data(std::to_string(info_.id));
+    } else if (line == "!") {
+        out.ok();
+        synchronise(out);
+    } else if (!command(line, out)) {
+        out.refuse();
+    }
+}
+
+bool Personality::control(const std::string& verb, const std::string&, Replier&, std::string& error)
+{
+    error = "unknown command '" + verb + "'";
+    return false;
+}
+
+void Personality::tick(Replier&) {}
+
+bool Personality::command(const std::string&, Replier&) { return false; }
+
+void Personality::synchronise(Replier&) {}
+
+namespace {
+
+struct BoardType {
+    char letter;
+    const char* identity;
+};
+
+// Board types get their own Personality subclasses as they are emulated; until
+// then they answer with the core command set only.
+const BoardType kBoardTypes[] = {
+    {'c', "Chassis board"},
+    {'d', "Diskpack board"},
+    {'r', "Remote Control AVR board"},
+    {'t', "Desktop Transfer Station board"},
+    {'u', "Xfer Drive Dual SAS board"},
+    {'x', "Transfer Station board"},
+};
+
+} // namespace
+
+const std::vector<char>& knownBoardLetters()
+{
+    static const std::vector<char> letters = [] {
+        std::vector<char> v;
+        for (const auto& t : kBoardTypes)
+            v.push_back(t.letter);
+        return v;
+    }();
+    return letters;
+}
+
+std::string identityForLetter(char letter)
+{
+    for (const auto& t : kBoardTypes)
+        if (t.letter == letter)
+            return t.identity;
+    return {};
+}
+
+std::unique_ptr<Personality> makePersonality(const BoardInfo& info)
+{
+    if (identityForLetter(info.letter).empty())
+        return nullptr;
+    switch (info.letter) {
+    // Board-specific personalities are created here, e.g.
+    // case 'd': return std::make_unique<DiskpackPersonality>(info);
+    default:
+        return std::make_unique<Personality>(info);
+    }
+}
+
+} // namespace boardsim
