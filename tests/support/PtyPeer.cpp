@@ -54,6 +54,11 @@ PtyPeer::~PtyPeer()
     unplug();
 }
 
+bool PtyPeer::settings(termios& tio) const
+{
+    return slave >= 0 && tcgetattr(slave, &tio) == 0;
+}
+
 void PtyPeer::toggleSpeed()
 {
     if (slave < 0)
@@ -120,6 +125,8 @@ bool PtyPeer::readLine(std::string& line, int timeoutMs)
 
 void PtyPeer::write(const std::string& bytes)
 {
+    // Lines from the responder and from the test itself must not interleave.
+    std::lock_guard<std::mutex> g(writeLock);
     size_t done = 0;
     while (done < bytes.size() && master >= 0)
     {

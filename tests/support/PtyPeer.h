@@ -2,6 +2,10 @@
 
 #include <juce_core/juce_core.h>
 
+#include "support/JucePrinters.h"
+
+#include <termios.h>
+
 #include <atomic>
 #include <functional>
 #include <mutex>
@@ -59,6 +63,8 @@ public:
     void unplug();
 
     const std::string& linkPath() const { return link; }
+    /** The pty's current terminal settings, as the link last left them. */
+    bool settings(struct termios& tio) const;
 
 private:
     void toggleSpeed();
@@ -69,6 +75,7 @@ private:
 
     std::thread server;
     std::atomic<bool> serving { false };
+    std::mutex writeLock;
     mutable std::mutex receivedLock;
     std::vector<std::string> receivedLines;
 };

@@ -3,6 +3,7 @@
 #include "link/ControlBoard.h"
 
 #include <deque>
+#include <vector>
 
 /** Wraps a board class so that its transport records every command line and
     answers from a script instead of a serial port. With nothing scripted a
@@ -54,11 +55,15 @@ public:
 class TestBoard : public ControlBoard
 {
 public:
-    explicit TestBoard(const char* id = "Test board", int baud = 19200) : idString(id), baudRate(baud) {}
+    explicit TestBoard(const char* id = "Test board", int baud = 19200, bool usb = true)
+        : idString(id), baudRate(baud), usbPort(usb)
+    {
+    }
     ~TestBoard() override { closeBoard(false); }
 
     const char* boardIdString() const override { return idString; }
     int getBaudRate() const override { return baudRate; }
+    bool isUsb() const override { return usbPort; }
     void eventReceived(const juce::String& line) override;
 
     /** Event lines delivered so far, in order. */
@@ -66,11 +71,20 @@ public:
     /** Waits until at least n events arrived (false on timeout). */
     bool waitForEvents(int n, int timeoutMs = 10000) const;
 
+    /** The listeners an event with `bit` would reach, in the order it reaches them. */
+    std::vector<HardwareBoardEventListener*> listenersFor(uint32_t bit)
+    {
+        std::vector<HardwareBoardEventListener*> reached;
+        forEachListener(bit, [&](HardwareBoardEventListener& l) { reached.push_back(&l); });
+        return reached;
+    }
+
     using ControlBoard::pendingEvents;
 
 private:
     const char* idString;
     int baudRate;
+    bool usbPort;
     mutable juce::CriticalSection eventLock;
     juce::StringArray received;
 };

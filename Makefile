@@ -1,0 +1,49 @@
+# The two set-up commands: `make demo` and `make test`. Both install missing
+# Debian packages (as root; otherwise they say which), configure and build.
+
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+CMAKE_FLAGS ?=
+
+.PHONY: all deps build build-asan build-tsan test test-plain test-asan test-tsan demo bench clean
+
+all: build
+
+deps:
+	@scripts/ensure-deps.sh
+
+build: deps
+	cmake -S . -B build $(CMAKE_FLAGS)
+	cmake --build build -j $(JOBS)
+
+# AddressSanitizer + UndefinedBehaviorSanitizer: the whole suite.
+build-asan: deps
+	cmake -S . -B build-asan -DAVRTEST_SANITIZE=address $(CMAKE_FLAGS)
+	cmake --build build-asan -j $(JOBS)
+
+# ThreadSanitizer: the threaded tests (board threads against the console thread).
+build-tsan: deps
+	cmake -S . -B build-tsan -DAVRTEST_SANITIZE=thread $(CMAKE_FLAGS)
+	cmake --build build-tsan -j $(JOBS)
+
+test-plain: build
+	cd build && ctest --output-on-failure -j $(JOBS)
+
+test-asan: build-asan
+	cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+test-tsan: build-tsan
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+	  ctest --output-on-failure -j $(JOBS) -L threaded
+
+test: test-plain test-asan test-tsan
+	@echo "All test suites passed (plain, ASan+UBSan, TSan)."
+
+demo: build
+	@scripts/demo.sh
+
+bench: build
+	@for b in build/bin/bench_*; do [ -x "$$b" ] && "$$b"; done
+
+clean:
+	rm -rf build build-asan build-tsan

@@ -1,0 +1,306 @@
+#include "support/PtyPeer.h"
+
+#include "link/ComPort.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+struct ComPortOnPty : ::testing::Test
+{
+    TempDevDir dev;
+    PtyPeer peer { dev.path(), "ttyUSB0" };
+    ComPort port;
+    LogCapture log;
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(port.open(0, true));
+        ASSERT_TRUE(port.set(19200, 8, ComPort::parityNone, 1, ComPort::flowNone));
+    }
+};
+}
+
+TEST(ComPortNaming, UsbAdaptorsAreNumberedInSortedOrderAndNeverRenumbered)
+{
+    TempDevDir dev;
+    PtyPeer usb1(dev.path(), "ttyUSB1"), usbB(dev.path(), "tty.usbserial-B"), acm(dev.path(), "ttyACM0");
+    PtyPeer other(dev.path(), "ttyS7");
+
+    EXPECT_EQ(ComPort::usbPortNumber("tty.usbserial-B"), 0);
+    EXPECT_EQ(ComPort::usbPortNumber("ttyACM0"), 1);
+    EXPECT_EQ(ComPort::usbPortNumber("ttyUSB1"), 2);
+    EXPECT_EQ(ComPort::usbPortNumber("ttyS7"), -1) << "numbered ports are not adaptors";
+
+    PtyPeer later(dev.path(), "tty.usbserial-A");
+    EXPECT_EQ(ComPort::usbPortNumber("tty.usbserial-A"), 3) << "a new name goes to the end";
+    EXPECT_EQ(ComPort::usbPortNumber("tty.usbserial-B"), 0);
+
+    ComPort p;
+    ASSERT_TRUE(p.open(1, true));
+    EXPECT_EQ(p.getDevicePath(), juce::String(dev.path() + "/ttyACM0"));
+    EXPECT_TRUE(p.getIsUsb());
+    EXPECT_EQ(p.getPortNumber(), 1);
+}
+
+TEST(ComPortNaming, OpeningFailsPastTheKnownAdaptors)
+{
+    TempDevDir dev;
+    PtyPeer a(dev.path(), "ttyUSB0");
+    ComPort p;
+    EXPECT_FALSE(p.open(1, true)) << "a number equal to the count names no device";
+    EXPECT_FALSE(p.open(2, true));
+    EXPECT_FALSE(p.open(-1, true));
+    EXPECT_FALSE(p.isOpen());
+    EXPECT_TRUE(p.open(0, true));
+}
+
+TEST(ComPortNaming, NumberedPortsAndMissingDirectory)
+{
+    TempDevDir dev;
+    PtyPeer s3(dev.path(), "ttyS3");
+    ComPort p;
+    EXPECT_FALSE(p.open(2, false));
+    ASSERT_TRUE(p.open(3, false));
+    EXPECT_FALSE(p.getIsUsb());
+    p.close();
+
+    setenv("AVRTEST_DEV_DIR", (dev.path() + "/nowhere").c_str(), 1);
+    ComPort q;
+    EXPECT_FALSE(q.open(0, true));
+}
+
+TEST(ComPortNaming, ASecondOpenOfALockedPortFails)
+{
+    TempDevDir dev;
+    PtyPeer a(dev.path(), "ttyUSB0");
+    ComPort first, second;
+    ASSERT_TRUE(first.open(0, true));
+    EXPECT_FALSE(second.open(0, true));
+    first.close();
+    EXPECT_FALSE(first.isOpen());
+    EXPECT_TRUE(second.open(0, true));
+}
+
+TEST_F(ComPortOnPty, ConfigurationFailuresAndLenience)
+{
+    termios before, after;
+    ASSERT_TRUE(peer.settings(before));
+    EXPECT_TRUE(port.set(12345, 8, ComPort::parityEven, 1, ComPort::flowNone)) << "unknown rates are accepted";
+    ASSERT_TRUE(peer.settings(after));
+    EXPECT_EQ(cfgetospeed(&after), cfgetospeed(&before)) << "and change nothing";
+    EXPECT_EQ(after.c_cflag, before.c_cflag);
+
+    EXPECT_FALSE(port.set(19200, 9, ComPort::parityNone, 1, ComPort::flowNone));
+    EXPECT_FALSE(port.set(19200, 8, ComPort::parityNone, 3, ComPort::flowNone));
+    EXPECT_FALSE(port.set(19200, 8, ComPort::parityNone, 1, (ComPort::FlowControlType) 3));
+
+    // (A pty keeps eight data bits whatever it is asked for, so the data size
+    // cannot be checked here.)
+    EXPECT_TRUE(port.set(9600, 7, ComPort::parityNone, 2, ComPort::flowNone));
+    ASSERT_TRUE(peer.settings(after));
+    EXPECT_EQ(cfgetospeed(&after), (speed_t) B9600);
+    EXPECT_NE(after.c_cflag & CSTOPB, 0u);
+    EXPECT_EQ(after.c_cc[VMIN], 0);
+    EXPECT_EQ(after.c_cc[VTIME], 1);
+
+    ComPort closed;
+    EXPECT_FALSE(closed.set(19200, 8, ComPort::parityNone, 1, ComPort::flowNone));
+}
+
+TEST_F(ComPortOnPty, ConfigurationDrainsWhatArrivesAndFailsOnHighBytes)
+{
+    // Bytes keep arriving while the port is configured: ASCII noise is
+    // drained, a byte of 0x80 or above makes the drain fail.
+    auto feed = [this](char c) {
+        return std::thread([this, c] {
+            for (int i = 0; i < 15; ++i)
+            {
+                peer.write(std::string(1, c));
+                juce::Thread::sleep(10);
+            }
+        });
+    };
+    auto t = feed('z');
+    EXPECT_TRUE(port.set(9600, 8, ComPort::parityNone, 1, ComPort::flowNone));
+    t.join();
+    EXPECT_EQ(port.ready(100), 0) << "the drain ran until the line was quiet";
+
+    t = feed('\xA5');
+    EXPECT_FALSE(port.set(19200, 8, ComPort::parityNone, 1, ComPort::flowNone));
+    t.join();
+}
+
+TEST_F(ComPortOnPty, ReadStringFraming)
+{
+    juce::String line;
+    peer.write("OK\r\n");
+    EXPECT_EQ(port.readString(line, 1080, 1000), 2);
+    EXPECT_EQ(line, "OK");
+
+    peer.write("\r\nR1\n");
+    EXPECT_EQ(port.readString(line, 1080, 1000), 0) << "an empty line";
+    EXPECT_EQ(line, "");
+    EXPECT_EQ(port.readString(line, 1080, 1000), 2);
+    EXPECT_EQ(line, "R1");
+
+    EXPECT_EQ(port.readString(line, 0, 1000), 0);
+
+    peer.write(std::string(1085, 'x') + "\n");
+    EXPECT_EQ(port.readString(line, 1080, 1000), 1080);
+    EXPECT_EQ(line.length(), 1080);
+    EXPECT_EQ(port.readString(line, 1080, 1000), 5) << "the rest stays for the next call";
+
+    peer.write("ab\xC8" "cd\n");
+    EXPECT_EQ(port.readString(line, 1080, 1000), -1);
+}
+
+TEST_F(ComPortOnPty, TimeoutsArePerCharacter)
+{
+    juce::String line;
+    EXPECT_EQ(port.readString(line, 1080, 50), 0);
+
+    peer.write("AB");
+    EXPECT_EQ(port.readString(line, 1080, 200), 2) << "a timeout returns what came";
+    EXPECT_EQ(line, "AB");
+
+    // Twelve characters trickle in over far longer than the timeout, but no
+    // gap between two of them comes near it.
+    std::thread slow([this] {
+        for (char c : std::string("trickle-line\n"))
+        {
+            peer.write(std::string(1, c));
+            juce::Thread::sleep(25);
+        }
+    });
+    EXPECT_EQ(port.readString(line, 1080, 3000), 12);
+    EXPECT_EQ(line, "trickle-line");
+    slow.join();
+}
+
+TEST_F(ComPortOnPty, ReadCharIsSigned)
+{
+    EXPECT_EQ(port.readChar(20), -1);
+    peer.write("A\xC8\xFF");
+    EXPECT_EQ(port.readChar(1000), 'A');
+    EXPECT_EQ(port.readChar(1000), (int) (signed char) 0xC8);
+    EXPECT_EQ(port.readChar(1000), -1) << "0xFF cannot be told from a failure";
+}
+
+TEST_F(ComPortOnPty, WritesReachTheDevice)
+{
+    EXPECT_TRUE(port.writeChar('?', 50));
+    EXPECT_TRUE(port.writeString("\n@\n", 50));
+    std::string line;
+    ASSERT_TRUE(peer.readLine(line));
+    EXPECT_EQ(line, "?");
+    ASSERT_TRUE(peer.readLine(line));
+    EXPECT_EQ(line, "@");
+}
+
+TEST_F(ComPortOnPty, RemovedWhenTheDeviceGoesAway)
+{
+    EXPECT_FALSE(port.removed());
+    peer.unplug();
+    EXPECT_TRUE(port.removed());
+    juce::String line;
+    EXPECT_LT(port.readString(line, 1080, 200), 1) << "reads fail once the device is gone";
+    EXPECT_FALSE(port.writeString("?\n", 50));
+}
+
+//==============================================================================
+namespace
+{
+/** Runs `body` in a child whose standard input and output are a fresh
+    terminal; returns the master side and the child's pid. */
+struct ChildOnTerminal
+{
+    int master = -1;
+    pid_t pid = -1;
+
+    template <typename Fn>
+    explicit ChildOnTerminal(Fn body)
+    {
+        master = posix_openpt(O_RDWR | O_NOCTTY);
+        grantpt(master);
+        unlockpt(master);
+        const std::string slavePath = ptsname(master);
+        pid = fork();
+        if (pid == 0)
+        {
+            const int s = ::open(slavePath.c_str(), O_RDWR);
+            dup2(s, 0);
+            dup2(s, 1);
+            _exit(body());
+        }
+    }
+
+    int exitStatus()
+    {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        ::close(master);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+};
+}
+
+TEST(ConsoleInput, GetchReadsOneKeyAndRestoresLineMode)
+{
+    ChildOnTerminal child([] {
+        const int c = getch();
+        termios tio;
+        tcgetattr(1, &tio);
+        const bool lineMode = (tio.c_lflag & ICANON) != 0;
+        return lineMode && c == 'k' ? 0 : 1;
+    });
+    ASSERT_EQ(::write(child.master, "k", 1), 1);
+    EXPECT_EQ(child.exitStatus(), 0);
+}
+
+TEST(ConsoleInput, KbhitSwitchesToSingleKeyModeAndSeesAWaitingKey)
+{
+    ChildOnTerminal child([] {
+        if (kbhit())
+            return 2;
+        termios tio;
+        tcgetattr(1, &tio);
+        if ((tio.c_lflag & (ICANON | ECHO)) != 0)
+            return 3;
+        // No line end is sent: only single-key mode lets the key through.
+        printf("waiting\n");
+        fflush(stdout);
+        for (int i = 0; i < 1000 && !kbhit(); ++i)
+            usleep(10000);
+        if (!kbhit() || getch() != 'q')
+            return 4;
+        resetTTY();
+        tcgetattr(1, &tio);
+        return (tio.c_lflag & ICANON) != 0 ? 0 : 5;
+    });
+    char buf[64];
+    std::string seen;
+    while (seen.find("waiting") == std::string::npos)
+    {
+        const ssize_t n = ::read(child.master, buf, sizeof buf);
+        if (n <= 0)
+            break;
+        seen.append(buf, (size_t) n);
+    }
+    ASSERT_EQ(::write(child.master, "q", 1), 1);
+    EXPECT_EQ(child.exitStatus(), 0);
+}
+
+TEST(ConsoleInput, ControlCCallsTheHandler)
+{
+    static std::atomic<int> calls { 0 };
+    setControlCHandler([] { ++calls; });
+    raise(SIGINT);
+    EXPECT_EQ(calls.load(), 1);
+    signal(SIGINT, SIG_DFL);
+}
