@@ -1,0 +1,215 @@
+#include "support/PtyPeer.h"
+#include "support/TestBoard.h"
+
+#include "boards/ChassisBoard.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace
+{
+struct Recorder : ChassisBoardEventListener
+{
+    using ChassisBoardEventListener::ChassisBoardEventListener;
+    void bayEvent(int bay, bool present, bool locked) override
+    {
+        calls.push_back("bay " + std::to_string(bay) + (present ? " present" : " absent")
+                        + (locked ? " locked" : " unlocked"));
+    }
+    void dvdEjectEvent() override { calls.push_back("eject"); }
+    void volumeEvent(int v) override { calls.push_back("volume " + std::to_string(v)); }
+    void brightnessEvent(int v) override { calls.push_back("brightness " + std::to_string(v)); }
+    void shuttleEvent(int v) override { calls.push_back("shuttle " + std::to_string(v)); }
+    void buttonEvent(int v) override { calls.push_back("button " + std::to_string(v)); }
+    std::vector<std::string> calls;
+};
+
+using Calls = std::vector<std::string>;
+
+struct VersionedChassis : Scripted<ChassisBoard>
+{
+    using HardwareBoard::setVersionString;
+};
+
+struct Chassis : ::testing::Test
+{
+    VersionedChassis board;
+    LogCapture log;
+
+    static constexpr const char* unlockRefused = "ChassisBoard: Attempt to unlock powered up disk pack!!\n";
+    static constexpr const char* powerRefused = "ChassisBoard: Attempt to power up unlocked disk pack!!\n";
+};
+} // namespace
+
+TEST_F(Chassis, SimpleSettersClamp)
+{
+    board.setVolume(40);
+    board.setVolume(-3);
+    board.setVolume(17);
+    board.setBrightness(16);
+    board.setBrightness(-1);
+    board.setInverter(true);
+    board.setLedState(0x3F); // only five LED bits exist
+    board.resetShuttle();
+    EXPECT_EQ(board.sent, (juce::StringArray { "V1F", "V00", "V11", "R0F", "R00", "I1", "L1F", "T" }));
+    EXPECT_EQ(board.getMaxVolume(), 31);
+    EXPECT_EQ(board.getMaxBrightness(), 15);
+}
+
+TEST_F(Chassis, PowerNeedsALockAndUnlockNeedsPowerOff)
+{
+    // A fresh bay is first put in a known all-off state.
+    EXPECT_FALSE(board.setDiskPackPower(2, true));
+    EXPECT_EQ(board.sent, (juce::StringArray { "C00" }));
+    EXPECT_TRUE(log.contains(powerRefused));
+    board.clearSent();
+    log.clear();
+
+    EXPECT_TRUE(board.setDiskPackLock(1, true));
+    EXPECT_TRUE(board.setDiskPackPower(1, true));
+    EXPECT_EQ(board.sent, (juce::StringArray { "B00", "B40", "BC0" }));
+    board.clearSent();
+
+    EXPECT_FALSE(board.setDiskPackLock(1, false));
+    EXPECT_TRUE(log.contains(unlockRefused));
+    EXPECT_TRUE(board.sent.isEmpty());
+
+    // Repeats of a state already held send nothing.
+    EXPECT_TRUE(board.setDiskPackLock(1, true));
+    EXPECT_TRUE(board.setDiskPackPower(1, true));
+    EXPECT_TRUE(board.sent.isEmpty());
+
+    EXPECT_TRUE(board.setDiskPackPower(1, false));
+    EXPECT_TRUE(board.setDiskPackLock(1, false));
+    EXPECT_EQ(board.sent, (juce::StringArray { "B40", "B00" }));
+}
+
+TEST_F(Chassis, FanSpeedSharesTheBayByte)
+{
+    EXPECT_TRUE(board.setDiskPackFanSpeed(0, 100));
+    EXPECT_TRUE(board.setDiskPackFanSpeed(0, 100));
+    EXPECT_EQ(board.sent, (juce::StringArray { "A00", "A3F" }));
+    board.clearSent();
+
+    board.setDiskPackLock(0, true);
+    board.setDiskPackPower(0, true);
+    board.setDiskPackFanSpeed(0, -5);
+    board.setDiskPackFanSpeed(3, 20);
+    EXPECT_EQ(board.sent, (juce::StringArray { "A7F", "AFF", "AC0", "D00", "D14" }));
+    EXPECT_EQ(board.getMaxFanSpeed(), 63);
+    EXPECT_EQ(board.getMinFanStartSpeed(), 20);
+    EXPECT_EQ(board.getMaxDiskBays(), 4);
+}
+
+TEST_F(Chassis, BaysOutsideTheEnclosureAreRefused)
+{
+    EXPECT_FALSE(board.setDiskPackLock(4, true));
+    EXPECT_FALSE(board.setDiskPackPower(-1, false));
+    EXPECT_FALSE(board.setDiskPackFanSpeed(7, 10));
+    EXPECT_FALSE(board.updateDiskBayCtrl(4));
+    EXPECT_TRUE(board.sent.isEmpty());
+    EXPECT_EQ(ChassisBoard::bayLetter(0), 'A');
+    EXPECT_EQ(ChassisBoard::bayLetter(3), 'D');
+    EXPECT_EQ(ChassisBoard::bayLetter(9), 'A');
+}
+
+TEST_F(Chassis, AFailedSendStillUpdatesTheStoredByte)
+{
+    board.willReply("OK");
+    board.willFail();
+    EXPECT_FALSE(board.setDiskPackLock(2, true));
+    // The board may not have it, but this object believes the pack locked.
+    EXPECT_TRUE(board.setDiskPackLock(2, true));
+    EXPECT_TRUE(board.setDiskPackPower(2, true));
+    EXPECT_EQ(board.sent, (juce::StringArray { "C00", "C40", "CC0" }));
+}
+
+TEST_F(Chassis, FirstFirmwareHasNoColourControls)
+{
+    board.setVersionString("V1.00");
+    EXPECT_TRUE(board.setColour(1, 2, 3, 1));
+    EXPECT_TRUE(board.setAmbientMode(true));
+    EXPECT_TRUE(board.setScreenSaverEnable(true));
+    EXPECT_TRUE(board.sent.isEmpty());
+
+    board.setVersionString("V2.10");
+    EXPECT_TRUE(board.setColour(1, 2, 3, 1));
+    EXPECT_TRUE(board.setColour(5, 6, 7, 4)); // masked, not clamped
+    EXPECT_TRUE(board.setAmbientMode(true));
+    EXPECT_TRUE(board.setScreenSaverEnable(false));
+    EXPECT_EQ(board.sent, (juce::StringArray { "F5B", "F1B", "P1", "S0" }));
+}
+
+TEST_F(Chassis, BayConnectionDependsOnFirmware)
+{
+    bool connected = false;
+    board.setVersionString("V2.4");
+    EXPECT_FALSE(board.checkBayConnected(2, connected));
+    EXPECT_FALSE(board.checkBayConnected(-1, connected));
+    EXPECT_TRUE(board.checkBayConnected(0, connected));
+    EXPECT_TRUE(connected);
+    EXPECT_TRUE(board.checkBayConnected(1, connected));
+    EXPECT_FALSE(connected);
+    // Only four characters are compared, so 2.10 is older than 2.5.
+    board.setVersionString("V2.10");
+    EXPECT_TRUE(board.checkBayConnected(1, connected));
+    EXPECT_TRUE(board.sent.isEmpty());
+
+    board.setVersionString("V2.5");
+    board.willReply("R1");
+    EXPECT_TRUE(board.checkBayConnected(1, connected));
+    EXPECT_TRUE(connected);
+    board.setVersionString("V3.01");
+    board.willReply("R0");
+    EXPECT_TRUE(board.checkBayConnected(0, connected));
+    EXPECT_FALSE(connected);
+    board.willFail();
+    connected = true;
+    EXPECT_FALSE(board.checkBayConnected(0, connected));
+    EXPECT_FALSE(connected);
+    EXPECT_EQ(board.sent, (juce::StringArray { "H1", "H0", "H0" }));
+}
+
+TEST_F(Chassis, ClosingCommitsTheEeprom)
+{
+    board.closingBoard();
+    EXPECT_EQ(board.sent, (juce::StringArray { "W" }));
+    EXPECT_TRUE(log.lines().isEmpty());
+
+    board.willFail();
+    board.closingBoard();
+    EXPECT_EQ(log.lines(), (juce::StringArray { "ChassisBoard: failed to update EEPROM contents" }));
+}
+
+TEST_F(Chassis, EventsReachListenersByMask)
+{
+    Recorder all, bay2(ChassisBoardEventListener::bayEventBit(2)),
+        knobs(ChassisBoardEventListener::volumeEventBit | ChassisBoardEventListener::shuttleEventBit);
+    board.registerListener(&all);
+    board.registerListener(&bay2);
+    board.registerListener(&knobs);
+
+    for (auto* line : { "b3", "c1", "d2", "a0", "e", "v1F", "r0A", "sFE", "s1FE", "s05", "t42" })
+        board.eventReceived(line);
+
+    EXPECT_EQ(all.calls, (Calls { "bay 1 present locked", "bay 2 present unlocked", "bay 3 absent locked",
+                                  "bay 0 absent unlocked", "eject", "volume 31", "brightness 10", "shuttle -2",
+                                  "shuttle -2", "shuttle 5", "button 66" }));
+    EXPECT_EQ(bay2.calls, (Calls { "bay 2 present unlocked" }));
+    EXPECT_EQ(knobs.calls, (Calls { "volume 31", "shuttle -2", "shuttle -2", "shuttle 5" }));
+    EXPECT_TRUE(log.lines().isEmpty());
+}
+
+TEST_F(Chassis, UnknownEventsAreLogged)
+{
+    Recorder all;
+    board.registerListener(&all);
+    for (auto* line : { "f1", "q", "u7" })
+        board.eventReceived(line);
+    EXPECT_TRUE(all.calls.empty());
+    EXPECT_EQ(log.lines(), (juce::StringArray { "ChassisBoardEventListener: received unknown event 'f'",
+                                                "ChassisBoardEventListener: received unknown event 'q'",
+                                                "ChassisBoardEventListener: received unknown event 'u'" }));
+}

@@ -1,0 +1,172 @@
+#include "support/PtyPeer.h"
+#include "support/TestBoard.h"
+
+#include "boards/TransferBoard.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace
+{
+struct Recorder : TransferBoardEventListener
+{
+    using TransferBoardEventListener::TransferBoardEventListener;
+    void diskpackTemperatureEvent(int d) override { calls.push_back("temp " + std::to_string(d)); }
+    void doorEvent(bool open) override { calls.push_back(open ? "door open" : "door closed"); }
+    void diskpackEvent(bool present) override { calls.push_back(present ? "pack in" : "pack out"); }
+    void ledEvent(int state) override { calls.push_back("led " + std::to_string(state)); }
+    std::vector<std::string> calls;
+};
+
+using Calls = std::vector<std::string>;
+
+struct Transfer : ::testing::Test
+{
+    Scripted<TransferBoard> board;
+    LogCapture log;
+};
+} // namespace
+
+TEST_F(Transfer, FanSpeedClampsAndPwmIndexIsChecked)
+{
+    EXPECT_TRUE(board.setFanSpeed(300));
+    EXPECT_TRUE(board.setFanSpeed(-1));
+    EXPECT_FALSE(board.setFanPwmFreq(6));
+    EXPECT_FALSE(board.setFanPwmFreq(-1));
+    EXPECT_TRUE(board.setFanPwmFreq(3));
+    EXPECT_TRUE(board.setFanPwmFreq(0));
+    EXPECT_EQ(board.sent, (juce::StringArray { "FFF", "F00", "W3", "W0" }));
+    EXPECT_EQ(board.getMaxFanSpeed(), 255);
+    EXPECT_EQ(board.getMinFanStartSpeed(), 50);
+}
+
+TEST_F(Transfer, LedStateIsSentOnlyOnChange)
+{
+    EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
+    EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
+    EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedOn));
+    EXPECT_TRUE(board.setDiskpackLed(7, diskpackLedOff)); // any LED other than 0 is LED 1
+    EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedFlashFast));
+    EXPECT_EQ(board.sent, (juce::StringArray { "L8", "L9", "L1", "L3" }));
+}
+
+TEST_F(Transfer, PowerStateIsAlwaysSentWhole)
+{
+    board.setDiskpackPower(true);
+    board.setTapeDrivePower(true);
+    board.setDiskpackPower(true);
+    board.setInternalDiskPower(true);
+    board.setDiskpackPower(false);
+    board.setTapeDrivePower(false);
+    EXPECT_EQ(board.sent, (juce::StringArray { "D1", "D5", "D5", "D7", "D6", "D2" }));
+}
+
+TEST_F(Transfer, WriteProtectSelectsTheTarget)
+{
+    board.setDiskpackWriteProtect(true);
+    board.setDiskpackWriteProtect(false);
+    board.setInternalDisksWriteProtect(true);
+    board.setInternalDisksWriteProtect(false);
+    board.enableDiskpackTemperatureEvents(true);
+
+    bool wp = false;
+    board.willReply("R1");
+    EXPECT_TRUE(board.getDiskpackWriteProtect(wp));
+    EXPECT_TRUE(wp);
+    board.willReply("R0");
+    EXPECT_TRUE(board.getInternalDisksWriteProtect(wp));
+    EXPECT_FALSE(wp);
+    EXPECT_EQ(board.sent, (juce::StringArray { "X01", "X00", "X11", "X10", "P1", "Y0", "Y1" }));
+}
+
+TEST_F(Transfer, SasAddressIsEmptyOrSixteenCharacters)
+{
+    EXPECT_TRUE(board.setSasAddr(1, ""));
+    EXPECT_TRUE(board.setSasAddr(2, "5000C50012345678"));
+    EXPECT_FALSE(board.setSasAddr(2, "5000C5001234567"));
+    EXPECT_FALSE(board.setSasAddr(2, "5000C500123456789"));
+    EXPECT_EQ(board.sent, (juce::StringArray { "S1", "S25000C50012345678" }));
+
+    juce::String addr;
+    board.willReply("R5000C50012345678");
+    EXPECT_TRUE(board.getSasAddr(3, addr));
+    EXPECT_EQ(addr, "5000C50012345678");
+    EXPECT_EQ(board.lastSent(), "E3");
+}
+
+TEST_F(Transfer, BatteryReadingsAreScaled)
+{
+    int v = 0;
+    board.willReply("RFFFF");
+    EXPECT_TRUE(board.getBatteryCurrent(v));
+    EXPECT_EQ(v, 65535) << "not-available passes through unscaled";
+    board.willReply("R0010");
+    EXPECT_TRUE(board.getBatteryCurrent(v));
+    EXPECT_EQ(v, 160);
+    board.willReply("R3C");
+    EXPECT_TRUE(board.getBatteryVoltage(v));
+    EXPECT_EQ(v, 12000);
+    board.willReply("R64");
+    EXPECT_TRUE(board.getBatteryCapacity(v));
+    EXPECT_EQ(v, 100);
+    EXPECT_EQ(board.sent, (juce::StringArray { "C", "C", "V", "B" }));
+}
+
+TEST_F(Transfer, FittedDevicesShareOneReply)
+{
+    board.willReply("R13");
+    EXPECT_EQ(board.getNumInternalDisks(), 3);
+    board.willReply("R13");
+    EXPECT_TRUE(board.getTapeDriveFitted());
+    board.willReply("R0F");
+    EXPECT_FALSE(board.getTapeDriveFitted());
+    board.willFail();
+    EXPECT_EQ(board.getNumInternalDisks(), 0);
+    board.willReply("R1");
+    EXPECT_FALSE(board.getTapeDriveFitted()) << "a short reply is a failure, not a value";
+    EXPECT_EQ(board.sent, (juce::StringArray { "N", "N", "N", "N", "N" }));
+
+    board.clearSent();
+    board.setDevicesFitted(2, true);
+    board.setDevicesFitted(4, false);
+    EXPECT_EQ(board.sent, (juce::StringArray { "R12", "R04" }));
+}
+
+TEST_F(Transfer, OtherReplies)
+{
+    int a = 0, b = 0;
+    board.willReply("R80FF");
+    EXPECT_TRUE(board.getMinMaxTemperatures(a, b));
+    EXPECT_EQ(a, -128);
+    EXPECT_EQ(b, -1);
+    board.willReply("R7");
+    EXPECT_TRUE(board.getDiskpackId(a));
+    EXPECT_EQ(a, 7);
+    board.willReply("R0100");
+    EXPECT_TRUE(board.getOperatingHours(a));
+    EXPECT_EQ(a, 256);
+    juce::String guid;
+    board.willReply("R0123-4567");
+    EXPECT_TRUE(board.getDiskpackGuid(guid));
+    EXPECT_EQ(guid, "0123-4567");
+    EXPECT_TRUE(board.resetEeprom());
+    EXPECT_EQ(board.sent, (juce::StringArray { "M", "I", "O", "U", "Z" }));
+}
+
+TEST_F(Transfer, EventsReachListenersByMask)
+{
+    Recorder all, door(TransferBoardEventListener::doorEventBit | TransferBoardEventListener::ledEventBit);
+    board.registerListener(&all);
+    board.registerListener(&door);
+
+    for (auto* line : { "pF0", "p1F", "d1", "d0", "i1", "i0", "l9" })
+        board.eventReceived(line);
+    board.eventReceived("t20");
+
+    EXPECT_EQ(all.calls,
+              (Calls { "temp -16", "temp 31", "door open", "door closed", "pack in", "pack out", "led 9" }));
+    EXPECT_EQ(door.calls, (Calls { "door open", "door closed", "led 9" }));
+    EXPECT_EQ(log.lines(), (juce::StringArray { "TransferBoardEventListener: received unknown event 't'" }));
+}
