@@ -1,0 +1,278 @@
+#include "support/PtyPeer.h"
+#include "support/TestBoard.h"
+
+#include "boards/XferDualBoard.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+struct XferDual : ::testing::Test
+{
+    Scripted<XferDualBoard> board;
+    LogCapture log;
+};
+
+struct Events : XferDualBoardEventListener
+{
+    using XferDualBoardEventListener::XferDualBoardEventListener;
+    juce::StringArray got;
+    void add(const juce::String& s) { got.add(s); }
+    void systemTemperatureEvent(int b, int s) override { add("sys " + juce::String(b) + " " + juce::String(s)); }
+    void diskpackTemperatureEvent(int w, int d) override { add("temp " + juce::String(w) + " " + juce::String(d)); }
+    void diskpackEvent(int w, bool p, bool f) override
+    {
+        add("pack " + juce::String(w) + (p ? " present" : " absent") + (f ? " fault" : ""));
+    }
+    void ejectButtonEvent(int w, bool down) override { add("eject " + juce::String(w) + (down ? " down" : " up")); }
+    void diskpackLedEvent(int w, bool on) override { add("led " + juce::String(w) + (on ? " on" : " off")); }
+    void diskFanSpeedEvent(int w, int s) override { add("fan " + juce::String(w) + " " + juce::String(s)); }
+    void debugEvent(const juce::String& t) override { add("debug " + t); }
+};
+} // namespace
+
+TEST_F(XferDual, BoardAndDiskpackCommands)
+{
+    int v = -1, min = 0, max = 0;
+    bool b = false;
+    juce::String s;
+
+    EXPECT_TRUE(board.resetEeprom());
+    board.willReply("R0CE4");
+    EXPECT_TRUE(board.getVoltageRail(2, v));
+    EXPECT_EQ(v, 3300);
+    board.willReply("R1234");
+    EXPECT_TRUE(board.getOperatingHours(v));
+    board.willReply("R80FF");
+    EXPECT_TRUE(board.getMinMaxTemperatures(2, min, max));
+    EXPECT_EQ(min, -128);
+    EXPECT_EQ(max, -1);
+    EXPECT_TRUE(board.enableSysTemperatureEvents(true));
+    EXPECT_TRUE(board.setLedId(5));
+    board.willReply("R3");
+    EXPECT_TRUE(board.getDiskpackId(1, v));
+    EXPECT_EQ(v, 3);
+    board.willReply("Rguid-1");
+    EXPECT_TRUE(board.getDiskpackGuid(1, s));
+    EXPECT_EQ(s, "guid-1");
+    EXPECT_TRUE(board.enableDiskpackTemperatureEvents(1, true));
+    EXPECT_TRUE(board.setDiskpackPower(1, true));
+    EXPECT_TRUE(board.setDiskpackPower(0, false));
+    EXPECT_TRUE(board.setDiskpackWriteProtect(0, true));
+    board.willReply("R1");
+    EXPECT_TRUE(board.getDiskpackWriteProtect(1, b));
+    EXPECT_TRUE(b);
+    EXPECT_TRUE(board.setDiskFanSpeed(1, true, 200)) << "auto ignores the speed";
+    EXPECT_TRUE(board.setDiskFanSpeed(0, false, 200));
+
+    const juce::StringArray expected { "Z", "G2", "O", "M2", "T1", "H5", "I1", "U1", "P11",
+                                       "D11", "D00", "X01", "Y1", "J101", "J0C8" };
+    EXPECT_EQ(board.sent, expected);
+}
+
+TEST_F(XferDual, FanSpeedLimits)
+{
+    EXPECT_FALSE(board.setFanSpeed(1));
+    EXPECT_FALSE(board.setFanSpeed(84));
+    EXPECT_FALSE(board.setFanSpeed(256));
+    EXPECT_TRUE(board.sent.isEmpty());
+
+    EXPECT_TRUE(board.setFanSpeed(0));
+    EXPECT_TRUE(board.setFanSpeed(85));
+    EXPECT_TRUE(board.setFanSpeed(255));
+    EXPECT_TRUE(board.setFanSpeed(-1)) << "a negative speed is passed on without digits";
+    EXPECT_TRUE(board.setFanAuto(true));
+    EXPECT_TRUE(board.setFanAuto(false));
+    EXPECT_EQ(board.sent, (juce::StringArray { "F00", "F55", "FFF", "F", "F01", "F00" }));
+}
+
+TEST_F(XferDual, LedPacking)
+{
+    EXPECT_TRUE(board.setDiskpackLed(1, 3, 0, 2, true, false));
+    EXPECT_TRUE(board.setDiskpackLed(0, 7, -2, 9, false, true)) << "colours clamp to 0..3";
+    EXPECT_TRUE(board.setDiskpackLed(1, 0, 3, 0, true, true));
+    EXPECT_EQ(board.sent, (juce::StringArray { "L172", "L0B3", "L1CC" }));
+}
+
+TEST_F(XferDual, DiskpackEepromTransfers)
+{
+    const unsigned char data[] = { 0xAA, 0x55 };
+    EXPECT_TRUE(board.writeDiskpackEeprom(1, 0x1A5, 2, data));
+    EXPECT_TRUE(board.writeDiskpackEeprom(0, 0xF20, 0, data)) << "an empty write still carries its header";
+
+    unsigned char page[32] = {};
+    juce::String reply = "R";
+    for (int i = 0; i < 32; ++i)
+        reply += juce::String::toHexString(0xC0 + i).paddedLeft('0', 2);
+    board.willReply(reply);
+    EXPECT_TRUE(board.readDiskpackEeprom(1, 0x1A5, 16, page));
+    EXPECT_EQ(page[0], 0xC0);
+    EXPECT_EQ(page[31], 0xDF) << "the board always sends a whole page";
+    board.willReply("R0102");
+    EXPECT_TRUE(board.readDiskpackEeprom(0, 0x1FFF, 32, page) == false) << "a short page is a failure";
+    board.willReply(reply);
+    EXPECT_TRUE(board.readDiskpackEeprom(17, 0, 32, page)) << "the diskpack field is four bits";
+
+    EXPECT_EQ(board.sent, (juce::StringArray { "W11A502AA55", "W0F2000", "R11A510", "R0FFF20", "R100020" }));
+
+    board.clearSent();
+    unsigned char big[40] = {};
+    EXPECT_FALSE(board.writeDiskpackEeprom(0, 0, 33, big));
+    EXPECT_FALSE(board.writeDiskpackEeprom(0, 0, -1, big));
+    EXPECT_FALSE(board.readDiskpackEeprom(0, 0, 33, big));
+    EXPECT_FALSE(board.readDiskpackEeprom(0, 0, -1, big));
+    EXPECT_TRUE(board.sent.isEmpty());
+
+    EXPECT_TRUE(board.writeDiskpackEeprom(0, 0, 32, big));
+    EXPECT_EQ(board.lastSent().length(), 1 + 2 * 35);
+}
+
+TEST_F(XferDual, ExpanderAddresses)
+{
+    juce::String addr;
+    board.willReply("R5006050BCDA1000F");
+    EXPECT_TRUE(board.sasGetExpanderAddr(addr));
+    EXPECT_EQ(addr, "5006050bcda1000f") << "addresses are given in lower case";
+    board.willReply("R5006050BCDA100");
+    EXPECT_FALSE(board.sasGetExpanderAddr(addr)) << "seven bytes are not an address";
+    EXPECT_EQ(board.sent, (juce::StringArray { "E05C0066010", "E05C0066010" }));
+
+    // Diskpack 1's first disk is on PHY 3, diskpack 0's second on PHY 0.
+    board.clearSent();
+    board.willReply("R10000001");
+    board.willReply("R5000C50012345678");
+    EXPECT_TRUE(board.sasGetDiskAddr(1, 0, addr));
+    EXPECT_EQ(addr, "5000c50012345678");
+    board.willReply("R10000000");
+    EXPECT_TRUE(board.sasGetDiskAddr(0, 1, addr));
+    EXPECT_EQ(addr, "0000000000000000");
+    EXPECT_EQ(board.sent, (juce::StringArray { "E03C0043044", "E05C0043078", "E03C0040044" }));
+
+    board.clearSent();
+    board.willFail();
+    EXPECT_FALSE(board.sasGetDiskAddr(0, 0, addr));
+    board.willReply("R10000001");
+    board.willFail();
+    EXPECT_FALSE(board.sasGetDiskAddr(1, 1, addr));
+    EXPECT_EQ(board.sent, (juce::StringArray { "E03C0041044", "E03C0042044", "E05C0042078" }));
+
+    board.clearSent();
+    EXPECT_FALSE(board.sasGetDiskAddr(2, 0, addr));
+    EXPECT_FALSE(board.sasGetDiskAddr(0, 2, addr));
+    EXPECT_FALSE(board.sasGetDiskAddr(-1, 0, addr));
+    EXPECT_TRUE(board.sent.isEmpty());
+}
+
+TEST_F(XferDual, PhyCountersAndResets)
+{
+    int count = 0;
+    board.willReply("R0000ffff");
+    EXPECT_TRUE(board.sasGetPhyErrorCount(35, count));
+    EXPECT_EQ(count, 65535);
+    board.willReply("R00000000");
+    EXPECT_TRUE(board.sasGetPhyErrorCount(17, count));
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(board.sent, (juce::StringArray { "E03C0063730", "E03C0051730" }));
+    EXPECT_FALSE(board.sasGetPhyErrorCount(36, count));
+    EXPECT_FALSE(board.sasGetPhyErrorCount(-1, count));
+    EXPECT_EQ(board.sent.size(), 2);
+
+    board.clearSent();
+    EXPECT_TRUE(board.sasClearErrorCounts());
+    ASSERT_EQ(board.sent.size(), 36);
+    EXPECT_EQ(board.sent[0], "E02C004071800000005");
+    EXPECT_EQ(board.sent[16], "E02C005071800000005");
+    EXPECT_EQ(board.sent[35], "E02C006371800000005");
+
+    board.clearSent();
+    for (int i = 0; i < 4; ++i)
+        board.willReply("OK");
+    board.willFail();
+    EXPECT_FALSE(board.sasClearErrorCounts());
+    EXPECT_EQ(board.sent.size(), 5);
+
+    board.clearSent();
+    EXPECT_TRUE(board.sasResetPhy(3));
+    EXPECT_EQ(board.sent, (juce::StringArray { "E02C004371800000003", "E02C004371800000001" }));
+    board.clearSent();
+    board.willFail();
+    EXPECT_FALSE(board.sasResetPhy(0));
+    EXPECT_EQ(board.sent.size(), 1);
+    EXPECT_FALSE(board.sasResetPhy(4));
+    EXPECT_FALSE(board.sasResetPhy(-1));
+    EXPECT_EQ(board.sent.size(), 1);
+
+    board.clearSent();
+    EXPECT_TRUE(board.sasReset(false));
+    EXPECT_TRUE(board.sasReset(true));
+    EXPECT_EQ(board.sent, (juce::StringArray { "E06", "E07" }));
+}
+
+TEST_F(XferDual, LinkRateIsReadModifiedAndWritten)
+{
+    struct Case
+    {
+        int port;
+        SasPhyConnectSpeed min, max;
+        const char* before;
+        const char* read;
+        const char* written;
+    };
+    const Case cases[] = {
+        { 2, sasSpeed3G, sasSpeed6G, "RFFFFFFFF", "E03C0042704", "E02C0042704FFFFFEA9" },
+        { 0, sasSpeed6G, sasSpeed1G5, "R123457FF", "E03C0040704", "E02C00407041234578A" },  // min above max
+        { 1, sasSpeed1G5, sasSpeed1G5, "R00000000", "E03C0041704", "E02C004170400000188" },
+        { 3, sasSpeed1G5, sasSpeed6G, "R80000800", "E03C0043704", "E02C004370480000FA8" },  // bit 11 is kept
+        { 3, sasSpeed3G, sasSpeed3G, "R00000000", "E03C0043704", "E02C004370400000299" }
+    };
+    for (const auto& c : cases)
+    {
+        board.clearSent();
+        board.willReply(c.before);
+        EXPECT_TRUE(board.sasSetPhyMinMaxSpeed(c.port, c.min, c.max));
+        EXPECT_EQ(board.sent, (juce::StringArray { c.read, c.written })) << c.written;
+        EXPECT_TRUE(board.expected[0]);
+        EXPECT_FALSE(board.expected[1]);
+    }
+
+    board.clearSent();
+    board.willFail();
+    EXPECT_FALSE(board.sasSetPhyMinMaxSpeed(0, sasSpeed1G5, sasSpeed3G));
+    EXPECT_EQ(board.sent.size(), 1) << "nothing written after a failed read";
+
+    board.clearSent();
+    EXPECT_FALSE(board.sasSetPhyMinMaxSpeed(4, sasSpeed1G5, sasSpeed3G));
+    EXPECT_FALSE(board.sasSetPhyMinMaxSpeed(-1, sasSpeed1G5, sasSpeed3G));
+    EXPECT_FALSE(board.sasSetPhyMinMaxSpeed(0, (SasPhyConnectSpeed) 0, sasSpeed3G));
+    EXPECT_FALSE(board.sasSetPhyMinMaxSpeed(0, sasSpeed1G5, (SasPhyConnectSpeed) 4));
+    EXPECT_TRUE(board.sent.isEmpty());
+}
+
+TEST_F(XferDual, EventsAreSplitAndFilteredByMask)
+{
+    Events all, packsOnly(XferDualBoardEventListener::diskpackBit | XferDualBoardEventListener::ejectButtonBit);
+    board.registerListener(&all);
+    board.registerListener(&packsOnly);
+
+    for (auto line : { "t1EF6", "p1F0", "p019", "i13", "i11", "i02", "b11", "b00", "l10", "l01", "j1C8", "dfan stalled" })
+        board.eventReceived(line);
+
+    const juce::StringArray expectAll { "sys 30 -10",         "temp 1 -16",         "temp 0 25",     "pack 1 present fault",
+                                        "pack 1 present",     "pack 0 absent fault", "eject 1 down", "eject 0 up",
+                                        "led 1 off",          "led 0 on",           "fan 1 200",     "debug fan stalled" };
+    EXPECT_EQ(all.got, expectAll);
+    EXPECT_EQ(packsOnly.got, (juce::StringArray { "pack 1 present fault", "pack 1 present", "pack 0 absent fault",
+                                                  "eject 1 down", "eject 0 up" }));
+    EXPECT_TRUE(log.lines().isEmpty());
+}
+
+TEST_F(XferDual, UnknownEventsAreLoggedAndDropped)
+{
+    Events all;
+    board.registerListener(&all);
+    board.eventReceived("v1");
+    board.eventReceived("x00");
+    EXPECT_TRUE(all.got.isEmpty());
+    EXPECT_EQ(log.lines(), (juce::StringArray { "XferDualBoardEventListener: received unknown event 'v'",
+                                                "XferDualBoardEventListener: received unknown event 'x'" }));
+}
