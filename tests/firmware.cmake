@@ -1,0 +1,2 @@
+# Firmware updaters, the flashing tool and the emulated bootloader.
+avrtest_add_test(firmware_test SOURCES firmware_test.cpp LIBS avrtest_testsupport)
