@@ -11,6 +11,7 @@ packages=(
   zlib1g-dev                 # crc32 for the XBoot2 requests
   libgtest-dev               # GoogleTest
   libsrecord-dev             # firmware image files (Intel HEX and others) for avrflash
+  libboost-dev               # headers that the srecord headers include
   python3-serial             # the reference client of bench/exchange
 )
 
