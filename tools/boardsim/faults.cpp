@@ -90,16 +90,19 @@ bool applyFaultSpec(Faults& faults, const std::string& spec, std::string& error)
 
 const char* faultSpecHelp()
 {
-    return "  nack-every=N       answer every Nth command with \"N\" (the command is not carried out)\n"
-           "  drop-every=N       answer every Nth command with nothing (not carried out either)\n"
-           "  junk-before=TEXT   send the line TEXT before each reply\n"
-           "  highbit-before[=HH] send byte HH (80..FF, default A5) and \"\\r\\n\" before each reply\n"
-           "  delay-ms=N         wait N ms before each reply (events are not held back)\n"
-           "  nack-identify=N    answer the next N \"?\" requests with \"N\"\n"
-           "  baud=RATE          pace everything the board sends at RATE baud, 11 bits a character\n"
-           "  clear              remove every fault (control line only: fault B clear)\n"
-           "Every Nth counts all command lines the board has received since it started.\n"
-           "When several faults meet one command: drop wins over nack-identify over nack-every.\n";
+    return "                  nack-every=N        answer every Nth command with \"N\" (not carried out)\n"
+           "                  drop-every=N        answer every Nth command with nothing (not carried out)\n"
+           "                  junk-before=TEXT    send the line TEXT before each reply\n"
+           "                  highbit-before[=HH] send byte HH (80..FF, default A5) and \"\\r\\n\"\n"
+           "                                      before each reply\n"
+           "                  delay-ms=N          wait N ms before each reply (events are not held back)\n"
+           "                  nack-identify=N     answer the next N \"?\" requests with \"N\"\n"
+           "                  baud=RATE           pace everything the board sends at RATE baud,\n"
+           "                                      11 bits a character\n"
+           "                  clear               remove the faults given before it\n"
+           "                Every Nth counts all command lines the board has received since it\n"
+           "                started. Where faults meet on one command, drop wins over\n"
+           "                nack-identify, which wins over nack-every.\n";
 }
 
 } // namespace boardsim

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -91,7 +92,8 @@ public:
     virtual bool control(const std::string& verb, const std::string& args, Replier& out,
                          std::string& error);
 
-    // How often tick() is wanted; zero means never.
+    // How often tick() is wanted; zero means never. Asked again after every
+    // call into the personality, so it may change with the board's state.
     virtual std::chrono::milliseconds tickInterval() const { return std::chrono::milliseconds(0); }
     // Timed behaviour; events added to `out` are sent at once.
     virtual void tick(Replier& out);
@@ -114,5 +116,8 @@ std::string identityForLetter(char letter);
 
 // The personality for a board type, or nullptr for an unknown letter.
 std::unique_ptr<Personality> makePersonality(const BoardInfo& info);
+
+// Makes a board's personality; makePersonality() unless a test supplies its own.
+using PersonalityFactory = std::function<std::unique_ptr<Personality>(const BoardInfo&)>;
 
 } // namespace boardsim

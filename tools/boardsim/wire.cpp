@@ -4,25 +4,20 @@
 
 namespace boardsim {
 
-std::vector<std::string> LineReader::feed(const char* data, std::size_t size)
+std::vector<LineReader::Line> LineReader::feed(const char* data, std::size_t size)
 {
-    std::vector<std::string> lines;
+    std::vector<Line> lines;
     for (std::size_t i = 0; i < size; ++i) {
         const char c = data[i];
         if (c == '\n') {
-            lines.push_back(std::move(partial_));
+            lines.push_back({std::move(partial_), cut_});
             partial_.clear();
-            discarding_ = false;
-            continue;
+            cut_ = false;
+        } else if (partial_.size() < maxLength_) {
+            partial_.push_back(c);
+        } else {
+            cut_ = true;
         }
-        if (discarding_)
-            continue;
-        if (partial_.size() >= maxLength_) {
-            discarding_ = true;
-            ++truncated_;
-            continue;
-        }
-        partial_.push_back(c);
     }
     return lines;
 }
@@ -30,8 +25,7 @@ std::vector<std::string> LineReader::feed(const char* data, std::size_t size)
 void LineReader::reset()
 {
     partial_.clear();
-    discarding_ = false;
-    truncated_ = 0;
+    cut_ = false;
 }
 
 std::string hexEncode(const std::string& bytes)

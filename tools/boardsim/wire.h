@@ -19,20 +19,22 @@ constexpr std::size_t kMaxLineLength = 1080;
 // a real one would rather than hiding the host's mistake.
 class LineReader {
 public:
+    struct Line {
+        std::string text; // without the "\n"
+        bool cut;         // characters past the limit were discarded
+    };
+
     explicit LineReader(std::size_t maxLength = kMaxLineLength) : maxLength_(maxLength) {}
 
-    // Appends bytes; returns the lines completed by them, without the "\n".
-    std::vector<std::string> feed(const char* data, std::size_t size);
+    // Appends bytes; returns the lines completed by them.
+    std::vector<Line> feed(const char* data, std::size_t size);
+    // Forgets a partly received line.
     void reset();
-
-    // How many lines have been cut since construction or reset().
-    std::size_t truncatedLines() const { return truncated_; }
 
 private:
     std::size_t maxLength_;
     std::string partial_;
-    bool discarding_ = false;
-    std::size_t truncated_ = 0;
+    bool cut_ = false;
 };
 
 // What a board puts on the wire for one line of its own.

@@ -1,0 +1,105 @@
+// One emulated board: its pty, personality, faults and thread.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "boardsim/faults.h"
+#include "boardsim/options.h"
+#include "boardsim/personality.h"
+#include "boardsim/pty.h"
+#include "boardsim/wire.h"
+
+namespace boardsim {
+
+class Board {
+public:
+    // Receives the lines the board reports on stdout ("rx ..."); must be
+    // safe to call from any thread.
+    using Output = std::function<void(const std::string&)>;
+
+    Board(std::size_t index, BoardConfig config, std::string linkPath, bool log, bool verbose,
+          Output output, PersonalityFactory factory = makePersonality);
+    ~Board();
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
+
+    // Creates the pty, publishes the link and starts the board's thread.
+    bool start(std::string& error);
+    // Stops the thread, closes the pty and removes the link.
+    void stop();
+
+    std::size_t index() const { return index_; }
+    const std::string& name() const { return config_.name; }
+    const std::string& linkPath() const { return linkPath_; }
+
+    // Control from the driver. Each runs on the board's own thread (so it
+    // needs no locking against the wire traffic) and returns an empty string
+    // on success, else why it failed.
+    std::string sendLine(const std::string& text);
+    std::string sendRaw(const std::string& bytes);
+    std::string unplug();
+    std::string plug();
+    std::string setFault(const std::string& spec);
+    std::string personalityControl(const std::string& verb, const std::string& args);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::string call(std::function<std::string()> fn);
+    void wake();
+    void run();
+    void runTasks();
+    void readMaster();
+    void onLine(const std::string& line, bool cut);
+    void processInbox();
+    Replier respond(const std::string& line);
+    void adopt(Replier& replier);
+    std::string render(const Replier& replier) const;
+    void transmit(const std::string& bytes);
+    bool writeAll(const char* data, std::size_t size);
+    void resetWire();
+    void refreshTick(Clock::time_point now);
+    void diag(const std::string& text) const;
+
+    const std::size_t index_;
+    const BoardConfig config_;
+    const std::string linkPath_;
+    const bool log_;
+    const bool verbose_;
+    const Output output_;
+    const PersonalityFactory factory_;
+
+    // Shared with the driver's thread.
+    std::mutex mutex_;
+    std::deque<std::function<void()>> tasks_;
+    bool running_ = false;
+    std::atomic<bool> stopping_{false};
+    int wakeFd_ = -1;
+    std::thread thread_;
+
+    // The board thread's own from start() on.
+    Pty pty_;
+    std::string publishedTarget_;
+    std::unique_ptr<Personality> personality_;
+    Faults faults_;
+    LineReader reader_;
+    std::deque<std::string> inbox_;
+    unsigned long commandCount_ = 0;
+    bool replyPending_ = false;
+    Clock::time_point replyDue_;
+    std::string pendingBytes_;
+    std::chrono::milliseconds tickInterval_{0};
+    Clock::time_point nextTick_;
+    Clock::time_point wireFree_;
+    bool masterBroken_ = false;
+};
+
+} // namespace boardsim
