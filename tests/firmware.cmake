@@ -1,2 +1,3 @@
 # Firmware updaters, the flashing tool and the emulated bootloader.
 avrtest_add_test(firmware_test SOURCES firmware_test.cpp LIBS avrtest_testsupport)
+avrtest_add_test(avrflash_test SOURCES avrflash_test.cpp LIBS avrflash_core)

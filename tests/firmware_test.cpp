@@ -1,5 +1,6 @@
 #include "firmware/XBoot2FWUpdater.h"
 #include "firmware/XBootFWUpdater.h"
+#include "support/JucePrinters.h"
 #include "support/PtyPeer.h"
 #include "support/TestBoard.h"
 

@@ -94,7 +94,16 @@ bool FirmwareImage::load(const juce::File& file, Format format, juce::String& er
     }
 
     if (format == Format::guess)
-        format = (formatForName(file) == Format::intelHex || looksLikeIntelHex(file)) ? Format::intelHex : Format::binary;
+    {
+        // A name that says which settles it; otherwise the content does.
+        const auto ext = file.getFileExtension().toLowerCase();
+        if (formatForName(file) == Format::intelHex)
+            format = Format::intelHex;
+        else if (ext == ".bin" || !looksLikeIntelHex(file))
+            format = Format::binary;
+        else
+            format = Format::intelHex;
+    }
 
     loadedAs = format;
     ThrowingQuit quit;
