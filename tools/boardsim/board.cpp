@@ -44,7 +44,9 @@ void Board::diag(const std::string& text) const
 
 bool Board::start(std::string& error)
 {
-    personality_ = factory_(BoardInfo{config_.letter, config_.id, config_.version});
+    BoardInfo info(config_.letter, config_.id, config_.version);
+    info.inBootloader = config_.bootloader;
+    personality_ = factory_(info);
     if (!personality_) {
         error = std::string("unknown board letter '") + config_.letter + "'";
         return false;
@@ -201,7 +203,8 @@ void Board::readMaster()
     for (;;) {
         const ssize_t n = ::read(pty_.master(), buf, sizeof buf);
         if (n > 0) {
-            for (const auto& line : reader_.feed(buf, static_cast<std::size_t>(n)))
+            const std::size_t used = receiveBytes(buf, static_cast<std::size_t>(n));
+            for (const auto& line : reader_.feed(buf + used, static_cast<std::size_t>(n) - used))
                 onLine(line.text, line.cut);
             if (!pty_.isOpen())
                 return;
@@ -218,6 +221,34 @@ void Board::readMaster()
         masterBroken_ = true;
         return;
     }
+}
+
+std::size_t Board::receiveBytes(const char* data, std::size_t size)
+{
+    std::size_t used = 0;
+    while (used < size && personality_->takesBytes()) {
+        if (faults_.baud) {
+            // The reply cannot start before the request has crossed the wire.
+            const auto perByte = std::chrono::nanoseconds(11'000'000'000LL / faults_.baud);
+            rxWireFree_ = std::max(rxWireFree_, Clock::now()) + perByte * static_cast<long long>(size - used);
+            wireFree_ = std::max(wireFree_, rxWireFree_);
+        }
+        Replier r;
+        const auto in = personality_->receive(data + used, size - used, faults_, r);
+        for (const auto& request : in.requests) {
+            std::string error;
+            if (!pty_.toggleSpeed(error))
+                diag("changing the pty speed: " + error);
+            if (log_)
+                output_("rx " + std::to_string(index_) + " " + escapeLine(request));
+        }
+        adopt(r);
+        transmit(render(r));
+        if (in.consumed == 0)
+            break;
+        used += in.consumed;
+    }
+    return used;
 }
 
 void Board::onLine(const std::string& line, bool cut)

@@ -58,6 +58,9 @@ private:
     void run();
     void runTasks();
     void readMaster();
+    // Hands received bytes to a personality that reads bytes rather than
+    // lines; returns how many it took (the rest are lines).
+    std::size_t receiveBytes(const char* data, std::size_t size);
     void onLine(const std::string& line, bool cut);
     void processInbox();
     Replier respond(const std::string& line);
@@ -99,6 +102,7 @@ private:
     std::chrono::milliseconds tickInterval_{0};
     Clock::time_point nextTick_;
     Clock::time_point wireFree_;
+    Clock::time_point rxWireFree_;
     bool masterBroken_ = false;
 };
 

@@ -9,7 +9,8 @@ namespace boardsim {
 
 bool Faults::any() const
 {
-    return nackEvery || dropEvery || junkBefore || highbitBefore || delayMs || nackIdentify || baud;
+    return nackEvery || dropEvery || junkBefore || highbitBefore || delayMs || nackIdentify || baud ||
+           refuseWrites || corruptReads || stallReads;
 }
 
 static bool parseUnsigned(const std::string& text, unsigned long max, unsigned& value)
@@ -80,6 +81,15 @@ bool applyFaultSpec(Faults& faults, const std::string& spec, std::string& error)
     } else if (key == "baud") {
         if (!number(50, 10000000, next.baud))
             return false;
+    } else if (key == "refuse-writes") {
+        if (!number(1, 1000000, next.refuseWrites))
+            return false;
+    } else if (key == "corrupt-read" || key == "stall-read") {
+        unsigned& count = key == "corrupt-read" ? next.corruptReads : next.stallReads;
+        if (!hasValue)
+            count = 1;
+        else if (!number(1, 1000000, count))
+            return false;
     } else {
         error = "unknown fault '" + spec + "'";
         return false;
@@ -99,6 +109,11 @@ const char* faultSpecHelp()
            "                  nack-identify=N     answer the next N \"?\" requests with \"N\"\n"
            "                  baud=RATE           pace everything the board sends at RATE baud,\n"
            "                                      11 bits a character\n"
+           "                  refuse-writes=N     bootloader: refuse the next N page writes (\"N\")\n"
+           "                  corrupt-read[=N]    bootloader: answer the next N page reads (default 1)\n"
+           "                                      with a wrong checksum\n"
+           "                  stall-read[=N]      bootloader: break the next N page reads (default 1)\n"
+           "                                      off mid-page with a NUL, then say nothing more\n"
            "                  clear               remove the faults given before it\n"
            "                Every Nth counts all command lines the board has received since it\n"
            "                started. Where faults meet on one command, drop wins over\n"

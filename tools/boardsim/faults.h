@@ -15,6 +15,10 @@ struct Faults {
     unsigned delayMs = 0;    // wait before each reply
     unsigned nackIdentify = 0; // "?" requests still to be refused
     unsigned baud = 0;       // pace everything sent at this rate; 0 = as fast as possible
+    // The bootloader's page requests; each counts down as it is used.
+    unsigned refuseWrites = 0; // page writes still to refuse with "N"
+    unsigned corruptReads = 0; // page reads still to answer with a wrong checksum
+    unsigned stallReads = 0;   // page reads still to break off mid-page
 
     bool any() const;
 };

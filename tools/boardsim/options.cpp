@@ -104,6 +104,11 @@ bool parseOptions(const std::vector<std::string>& args, Options& options, std::s
             }
             b->name = v;
             named.back() = true;
+        } else if (arg == "--bootloader") {
+            BoardConfig* b = current();
+            if (!b)
+                return false;
+            b->bootloader = true;
         } else if (arg == "--fault") {
             BoardConfig* b = current();
             if (!b || !value(v))
@@ -160,7 +165,8 @@ std::string usageText()
         letters += std::string("                  ") + c + "  " + identityForLetter(c) + "\n";
     return std::string(
                "Usage: boardsim --dir DIR [--log] [--verbose]\n"
-               "                --board LETTER [--id N] [--version TEXT] [--name NAME] [--fault SPEC]...\n"
+               "                --board LETTER [--id N] [--version TEXT] [--name NAME] [--bootloader]\n"
+               "                [--fault SPEC]...\n"
                "                [--board ...]...\n"
                "\n"
                "Emulates serial boards on pseudo-terminals. Each board is published as the\n"
@@ -178,12 +184,20 @@ std::string usageText()
            "  --version TEXT  firmware version answered to \"?\" (default V1.00)\n"
            "  --name NAME     symlink name part (default SIM<k><letter><id>, k = position\n"
            "                  of the board on the command line from 0)\n"
+           "  --bootloader    start waiting in the bootloader, as a board whose update broke\n"
+           "                  off does\n"
            "  --fault SPEC    misbehave as SPEC says; may be repeated:\n" +
            faultSpecHelp() +
            "\n"
            "Boards answer \"?\" with the identity and version, \"@\" with R<id>, \"!\" with OK,\n"
            "and anything else with N. They end lines with \\r\\n and keep at most 1080\n"
            "characters of a received line.\n"
+           "\n"
+           "\"%UP\" (answered OK) enters the bootloader, which programs and reads the\n"
+           "flash page by page: \":\" PPPP, 256 data bytes and a checksum, all in hex, is\n"
+           "answered Y or N; \"$\" PPPP is answered with the page and its checksum in hex;\n"
+           "\"#\" restarts the application. \"?\" then answers \"(bootloader) \" and the\n"
+           "identity. The flash outlives the restart.\n"
            "\n"
            "Once every link is published, 'ready' is printed on stdout. Control lines are\n"
            "then read from stdin, one per line; each gets 'ok' or 'error: WHY' on stdout.\n"

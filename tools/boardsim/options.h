@@ -12,6 +12,7 @@ struct BoardConfig {
     std::string version = "V1.00";
     std::string name;                // filled with the default when --name is absent
     std::vector<std::string> faults; // fault SPECs, applied in order
+    bool bootloader = false;         // start waiting in the bootloader
 };
 
 struct Options {

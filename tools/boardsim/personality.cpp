@@ -1,5 +1,7 @@
 #include "boardsim/personality.h"
 
+#include "boardsim/personality_bootloader.h"
+
 #include <utility>
 
 namespace boardsim {
@@ -22,7 +24,11 @@ std::size_t Replier::finalCount() const
     return n;
 }
 
-Personality::Personality(BoardInfo info) : info_(std::move(info)) {}
+Personality::Personality(BoardInfo info) : info_(std::move(info))
+{
+    if (!info_.bootloader)
+        info_.bootloader = std::make_shared<BootloaderState>();
+}
 Personality::~Personality() = default;
 
 std::string Personality::identity() const { return identityForLetter(info_.letter); }
@@ -36,6 +42,10 @@ void Personality::handle(const std::string& line, Replier& out)
     } else if (line == "!") {
         out.ok();
         synchronise(out);
+    } else if (line == "%UP") {
+        // Every board's application hands over to the bootloader the same way.
+        out.ok();
+        out.become(makeBootloaderPersonality(info_));
     } else if (!command(line, out)) {
         out.refuse();
     }
@@ -48,6 +58,8 @@ bool Personality::control(const std::string& verb, const std::string&, Replier&,
 }
 
 void Personality::tick(Replier&) {}
+
+Personality::ByteInput Personality::receive(const char*, std::size_t, Faults&, Replier&) { return {}; }
 
 bool Personality::command(const std::string&, Replier&) { return false; }
 
@@ -96,6 +108,8 @@ std::unique_ptr<Personality> makePersonality(const BoardInfo& info)
 {
     if (identityForLetter(info.letter).empty())
         return nullptr;
+    if (info.inBootloader)
+        return makeBootloaderPersonality(info);
     switch (info.letter) {
     // Board-specific personalities are created here, e.g.
     // case 'd': return std::make_unique<DiskpackPersonality>(info);

@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace boardsim {
@@ -62,10 +63,19 @@ private:
 };
 
 // Fixed facts about the board a personality speaks for.
+struct BootloaderState;
+struct Faults;
+
 struct BoardInfo {
+    BoardInfo(char l = 0, int i = 0, std::string v = {}) : letter(l), id(i), version(std::move(v)) {}
+
     char letter = 0;     // board type: c, d, r, t, u, x
     int id = 0;          // 0..9, answered to "@"
     std::string version; // firmware version, e.g. "V1.00"
+    bool inBootloader = false; // waiting in the bootloader rather than running the application
+    // The board's flash, which its bootloader programs. One per board, shared
+    // by every personality the board takes on, so it survives a restart.
+    std::shared_ptr<BootloaderState> bootloader;
 };
 
 class Personality {
@@ -91,6 +101,18 @@ public:
     // personality either; events added to `out` are sent at once.
     virtual bool control(const std::string& verb, const std::string& args, Replier& out,
                          std::string& error);
+
+    // A personality that reads a byte stream of its own instead of lines (the
+    // bootloader) says so; the board then hands it every byte it receives.
+    virtual bool takesBytes() const { return false; }
+    struct ByteInput {
+        std::size_t consumed = 0;          // bytes used from the start of the data
+        std::vector<std::string> requests; // requests they completed, for --log
+    };
+    // Consumes bytes until they run out or it hands over to another
+    // personality, whose the rest then are. Answers go to `out`; faults that
+    // concern it are used up from `faults`.
+    virtual ByteInput receive(const char* data, std::size_t size, Faults& faults, Replier& out);
 
     // How often tick() is wanted; zero means never. Asked again after every
     // call into the personality, so it may change with the board's state.
