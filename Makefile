@@ -23,7 +23,7 @@ build-asan: deps
 # ThreadSanitizer: the threaded tests (board threads against the console thread).
 build-tsan: deps
 	cmake -S . -B build-tsan -DAVRTEST_SANITIZE=thread $(CMAKE_FLAGS)
-	cmake --build build-tsan -j $(JOBS)
+	cmake --build build-tsan -j $(JOBS) --target avrtest_threaded_tests
 
 test-plain: build
 	cd build && ctest --output-on-failure -j $(JOBS)
