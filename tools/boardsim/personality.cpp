@@ -1,6 +1,7 @@
 #include "boardsim/personality.h"
 
 #include "boardsim/personality_bootloader.h"
+#include "boardsim/personality_sas.h"
 
 #include <utility>
 
@@ -113,6 +114,8 @@ std::unique_ptr<Personality> makePersonality(const BoardInfo& info)
     switch (info.letter) {
     // Board-specific personalities are created here, e.g.
     // case 'd': return std::make_unique<DiskpackPersonality>(info);
+    case 't': return makeDesktopPersonality(info);
+    case 'u': return makeXferDualPersonality(info);
     default:
         return std::make_unique<Personality>(info);
     }
