@@ -176,9 +176,10 @@ bool DesktopBoard::getMinMaxTemperatures(int& min, int& max)
 
 bool DesktopBoard::setDiskpackLed(int which, DiskpackLedMode mode)
 {
-    const int shift = which == 0 ? 0 : 2;
-    // The mode is deliberately not masked: the board gets what the caller gave.
-    const int next = (ledState & ~(3 << shift)) | ((int) mode << shift);
+    const int field = which == 0 ? 1 : 4;
+    // The mode is deliberately not masked: the board gets what the caller
+    // gave. Multiplying rather than shifting keeps a negative mode defined.
+    const int next = (ledState & ~(3 * field)) | ((int) mode * field);
     if (next == ledState)
         return true;
     ledState = next;
