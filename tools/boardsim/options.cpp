@@ -6,6 +6,7 @@
 #include "boardsim/faults.h"
 #include "boardsim/personality.h"
 #include "boardsim/personality_sas.h"
+#include "boardsim/personality_serial.h"
 
 namespace boardsim {
 
@@ -210,7 +211,8 @@ std::string usageText()
            "  fault B SPEC    add a fault to B; 'fault B clear' removes them all\n"
            "  quit            remove the symlinks and exit (also on stdin EOF, SIGINT, SIGTERM)\n"
            "Other 'VERB B ARGS' lines go to board B's personality, if it knows VERB.\n"
-           + sasBoardControlHelp() +
+           + serialBoardControlHelp() +
+           sasBoardControlHelp() +
            "\n"
            "Exit status: 0 after quit, 1 if a pty or link could not be made, 2 on bad usage.\n";
 }

@@ -2,6 +2,7 @@
 
 #include "boardsim/personality_bootloader.h"
 #include "boardsim/personality_sas.h"
+#include "boardsim/personality_serial.h"
 
 #include <utility>
 
@@ -112,8 +113,10 @@ std::unique_ptr<Personality> makePersonality(const BoardInfo& info)
     if (info.inBootloader)
         return makeBootloaderPersonality(info);
     switch (info.letter) {
-    // Board-specific personalities are created here, e.g.
-    // case 'd': return std::make_unique<DiskpackPersonality>(info);
+    case 'c': return makeChassisPersonality(info);
+    case 'd': return makeDiskpackPersonality(info);
+    case 'r': return makeRemotePersonality(info);
+    case 'x': return makeTransferPersonality(info);
     case 't': return makeDesktopPersonality(info);
     case 'u': return makeXferDualPersonality(info);
     default:

@@ -1,0 +1,183 @@
+// The emulated chassis, diskpack, remote control and transfer station boards
+// answer their commands directly, without a pty: a board that accepted a
+// malformed command would let the product's mistakes through unnoticed.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "boardsim/personality.h"
+
+using namespace boardsim;
+
+namespace {
+
+struct Answer {
+    std::string final;               // the closing line
+    std::vector<std::string> events; // lines sent on their own, in order
+};
+
+class Emulated {
+public:
+    explicit Emulated(char letter, const std::string& version = "V1.00", int id = 0)
+    {
+        BoardInfo info;
+        info.letter = letter;
+        info.id = id;
+        info.version = version;
+        p_ = makePersonality(info);
+    }
+
+    Answer send(const std::string& line)
+    {
+        Replier r;
+        p_->handle(line, r);
+        return collect(r);
+    }
+    std::string final(const std::string& line) { return send(line).final; }
+
+    Answer control(const std::string& verb, const std::string& args, bool expectOk = true)
+    {
+        Replier r;
+        std::string error;
+        EXPECT_EQ(p_->control(verb, args, r, error), expectOk) << verb << " " << args << ": " << error;
+        return collect(r);
+    }
+
+    Personality& personality() { return *p_; }
+
+private:
+    static Answer collect(const Replier& r)
+    {
+        Answer a;
+        int finals = 0;
+        for (const auto& item : r.items()) {
+            if (item.kind == Replier::Kind::Final) {
+                a.final = item.bytes;
+                ++finals;
+            } else {
+                a.events.push_back(item.bytes);
+            }
+        }
+        EXPECT_LE(finals, 1) << "more than one closing line";
+        return a;
+    }
+    std::unique_ptr<Personality> p_;
+};
+
+using Lines = std::vector<std::string>;
+
+// Each line must be refused with "N".
+void expectRefused(Emulated& board, const Lines& lines)
+{
+    for (const auto& line : lines)
+        EXPECT_EQ(board.final(line), "N") << "'" << line << "'";
+}
+
+} // namespace
+
+TEST(EmulatedDiskpack, RefusesMalformedCommands)
+{
+    Emulated d('d');
+    expectRefused(d, {"L7", "L072", "La5", "A2", "A", "X11", "Y0", "B1", "P18", "PFF", "Q18", "V0", "E2", "G20",
+                      "G04", "D" + std::string(41, 'x'), "W" + std::string(41, 'x'), "K"});
+    EXPECT_EQ(d.final("D" + std::string(40, 'x')), "OK");
+    EXPECT_EQ(d.final("P17"), "OK");
+}
+
+TEST(EmulatedDiskpack, KeepsPagesAndReportsTheLed)
+{
+    Emulated d('d');
+    EXPECT_EQ(d.final("P05"), "OK");
+    EXPECT_EQ(d.final("Wfifth page"), "OK");
+    EXPECT_EQ(d.final("P06"), "OK");
+    EXPECT_EQ(d.final("R"), "R");
+    EXPECT_EQ(d.final("P05"), "OK");
+    EXPECT_EQ(d.final("R"), "Rfifth page");
+
+    EXPECT_EQ(d.send("L30").events, Lines{"l1"});
+    EXPECT_TRUE(d.send("LB0").events.empty()) << "still lit";
+    EXPECT_EQ(d.send("L80").events, Lines{"l0"}) << "flash bits alone light nothing";
+
+    d.control("temp", "-12");
+    EXPECT_EQ(d.final("M"), "RF419");
+    EXPECT_TRUE(d.control("temp", "30").events.empty()) << "temperature events are off";
+    EXPECT_EQ(d.final("T1"), "OK");
+    EXPECT_EQ(d.control("temp", "-1").events, Lines{"tFF"});
+    EXPECT_EQ(d.send("!").events, (Lines{"l0", "tFF"}));
+    d.control("temp", "200", false);
+}
+
+TEST(EmulatedChassis, EnforcesRangesAndTheLockBeforePower)
+{
+    Emulated c('c', "V2.5");
+    expectRefused(c, {"V20", "V1", "R10", "L20", "A80", "BBF", "A4", "E", "H2", "H", "W1", "T0"});
+    EXPECT_EQ(c.final("H0"), "R1");
+    EXPECT_EQ(c.final("H1"), "R0");
+    EXPECT_EQ(c.final("F5B"), "OK");
+
+    EXPECT_EQ(c.send("B40").events, Lines{"b2"});
+    EXPECT_TRUE(c.send("BC0").events.empty());
+    EXPECT_EQ(c.control("insert", "1").events, Lines{"b3"});
+    EXPECT_EQ(c.control("shuttle", "-2").events, Lines{"sFE"});
+    c.control("insert", "4", false);
+}
+
+TEST(EmulatedChassis, FirmwareVersionDecidesTheCommandSet)
+{
+    Emulated first('c', "V1.00");
+    expectRefused(first, {"F12", "P1", "S0", "H0"});
+    Emulated older('c', "V2.10");
+    EXPECT_EQ(older.final("F12"), "OK");
+    EXPECT_EQ(older.final("H0"), "N") << "V2.10 sorts before V2.5";
+}
+
+TEST(EmulatedTransfer, RefusesMalformedCommands)
+{
+    Emulated x('x');
+    expectRefused(x, {"W6", "W", "X20", "X02", "X1", "Y2", "D8", "D10", "L", "E4", "S4", "S", "S25000C5001234567",
+                      "S25000c50012345678", "R20", "I", "U", "P2"});
+    EXPECT_EQ(x.final("S25000C50012345678"), "OK");
+    EXPECT_EQ(x.final("E2"), "R5000C50012345678");
+    EXPECT_EQ(x.final("S2"), "OK");
+    EXPECT_NE(x.final("E2"), "R5000C50012345678");
+}
+
+TEST(EmulatedTransfer, ReportsPackDoorAndLed)
+{
+    Emulated x('x');
+    EXPECT_EQ(x.send("!").events, (Lines{"d0", "i0", "l0"}));
+    EXPECT_EQ(x.control("insert", "").events, Lines{"i1"});
+    EXPECT_EQ(x.final("I"), "R3");
+    EXPECT_EQ(x.send("L8").events, Lines{"l8"});
+    EXPECT_TRUE(x.send("L8").events.empty());
+    EXPECT_EQ(x.final("P1"), "OK");
+    EXPECT_EQ(x.control("temp", "-16").events, Lines{"pF0"});
+    EXPECT_EQ(x.final("X11"), "OK");
+    EXPECT_EQ(x.final("Y1"), "R1");
+    EXPECT_EQ(x.final("Y0"), "R0");
+}
+
+TEST(EmulatedRemote, GraphicsAndPoll)
+{
+    Emulated r('r');
+    expectRefused(r, {"G", "G1", "G0g", "G0AF", "C10", "C", "E0", "Q2", "F1"});
+    EXPECT_EQ(r.final("G0AFF"), "OK");
+    EXPECT_EQ(r.final("@"), "R0");
+    r.control("busy", "on");
+    EXPECT_EQ(r.final("@"), "R1");
+    r.control("busy", "off");
+    EXPECT_EQ(r.final("@"), "R0");
+    EXPECT_EQ(r.control("encoder", "-1").events, Lines{"eFF"});
+    EXPECT_EQ(r.control("key", "102").events, Lines{"k0102"});
+
+    Replier quiet;
+    r.personality().tick(quiet);
+    EXPECT_TRUE(quiet.items().empty()) << "touch events are off";
+    EXPECT_EQ(r.final("Q1"), "OK");
+    Replier touch;
+    r.personality().tick(touch);
+    ASSERT_EQ(touch.items().size(), 2u);
+    EXPECT_EQ(touch.items()[0].bytes.size(), 41u);
+    EXPECT_EQ(touch.items()[1].bytes, "f0200021002200230024002500260027002800290");
+}
