@@ -1,0 +1,250 @@
+#include "console/Menus.h"
+
+using namespace ConsoleInput;
+using Menus::reportFailure;
+
+namespace
+{
+constexpr int eepromTestPages = 16;
+constexpr int eepromPageSize = XferDualBoard::maxEepromTransfer;
+
+/** Writes a known pattern over the first 16 pages of a diskpack's EEPROM and
+    reads it back. A read that fails ends the reading but not the verdict:
+    only a page that came back different fails the test. */
+void eepromWriteReadTest(XferDualBoard& board)
+{
+    const int which = askInt("Test diskpack EEPROM (which): ");
+
+    for (int page = 0; page < eepromTestPages; ++page)
+    {
+        unsigned char data[eepromPageSize];
+        for (int i = 0; i < eepromPageSize; ++i)
+            data[i] = Menus::eepromTestPattern(page * eepromPageSize + i);
+        if (!board.writeDiskpackEeprom(which, page * eepromPageSize, eepromPageSize, data))
+        {
+            printf("Failed writing page %d\n", page);
+            return;
+        }
+    }
+
+    bool passed = true;
+    for (int page = 0; page < eepromTestPages; ++page)
+    {
+        unsigned char buffer[eepromPageSize] = {};
+        if (!board.readDiskpackEeprom(which, page * eepromPageSize, eepromPageSize, buffer))
+        {
+            printf("Failed reading page %d\n", page);
+            break;
+        }
+        for (int i = 0; i < eepromPageSize; ++i)
+        {
+            const unsigned char expected = Menus::eepromTestPattern(page * eepromPageSize + i);
+            if (buffer[i] != expected)
+            {
+                printf("Compare fail page %d byte %02x exp %02x act %02x\n", page, i, expected, buffer[i]);
+                passed = false;
+                break;
+            }
+        }
+    }
+    puts(passed ? "Passed" : "Failed");
+}
+}
+
+bool xferDualMenu(XferDualBoard& board, int key)
+{
+    switch (key)
+    {
+        case 'A':
+        {
+            int which, disk;
+            ask("Get disk SAS address (which, disk): ", "%d %d", which, disk);
+            juce::String addr;
+            if (board.sasGetDiskAddr(which, disk, addr))
+                printf("Diskpack %d disk %d address: %s\n", which, disk, addr.toRawUTF8());
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'B':
+        {
+            const int phy = askInt("Phy: ");
+            int count = 0;
+            if (board.sasGetPhyErrorCount(phy, count))
+                printf("Phy %d errors %d\n", phy, count);
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'C':
+            puts(board.sasClearErrorCounts() ? "Error counts cleared" : "Failed");
+            break;
+
+        case 'D':
+        {
+            int which, on;
+            ask("Diskpack power (which, on): ", "%d %d", which, on);
+            reportFailure(board.setDiskpackPower(which, on != 0));
+            break;
+        }
+
+        case 'E':
+        {
+            juce::String addr;
+            if (board.sasGetExpanderAddr(addr))
+                printf("SAS address: %s\n", addr.toRawUTF8());
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'F':
+        {
+            char prompt[64];
+            snprintf(prompt, sizeof prompt, "Fan speed (1 for auto, min %d): ", XferDualBoard::minFanSpeed);
+            const int speed = askInt(prompt);
+            reportFailure(speed == 1 ? board.setFanAuto(true) : board.setFanSpeed(speed));
+            break;
+        }
+
+        case 'G':
+        {
+            const int rail = askInt("Rail (0-4=1V0,1V8,3V3,5V,12V): ");
+            int value = 0;
+            if (board.getVoltageRail(rail, value))
+                printf("Voltage: %d mV\n", value);
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'H':
+            reportFailure(board.setLedId(askInt("Id: ")));
+            break;
+
+        case 'I':
+        {
+            const int which = askInt("Get diskpack ID (which): ");
+            int id = 0;
+            if (board.getDiskpackId(which, id))
+                printf("Diskpack %d ID: %x\n", which, id);
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'J':
+        {
+            char prompt[80];
+            snprintf(prompt, sizeof prompt, "Disk fan speed (which, speed)(1 for auto, min %d): ",
+                     XferDualBoard::minFanSpeed);
+            int which, speed;
+            ask(prompt, "%d %d", which, speed);
+            reportFailure(speed == 1 ? board.setDiskFanSpeed(which, true, 0) : board.setDiskFanSpeed(which, false, speed));
+            break;
+        }
+
+        case 'L':
+        {
+            int which, r, g, b, flash, activity;
+            ask("Set Diskpack LED (which,r,g,b,flash,activity): ", "%d %d %d %d %d %d", which, r, g, b, flash,
+                activity);
+            reportFailure(board.setDiskpackLed(which, r, g, b, flash != 0, activity != 0));
+            break;
+        }
+
+        case 'M':
+        {
+            const int zone = askInt("Which zone (0-1 = diskpacks, 2 = system): ");
+            int min = 0, max = 0;
+            if (board.getMinMaxTemperatures(zone, min, max))
+                printf("%s temperature Min: %d Max: %d\n", Menus::xferDualZoneName(zone), min, max);
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'N':
+        {
+            int phy, min, max;
+            ask("Phy, Min, Max (0=1.5,1=3,2=6): ", "%d %d %d", phy, min, max);
+            reportFailure(
+                board.sasSetPhyMinMaxSpeed(phy, Menus::xferDualPhySpeed(min), Menus::xferDualPhySpeed(max)));
+            break;
+        }
+
+        case 'O':
+        {
+            int hours = 0;
+            if (board.getOperatingHours(hours))
+                printf("Operating hours: %d\n", hours);
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'P':
+        {
+            int which, enable;
+            ask("Diskpack temperature check (which, enable): ", "%d %d", which, enable);
+            reportFailure(board.enableDiskpackTemperatureEvents(which, enable != 0));
+            break;
+        }
+
+        case 'R':
+            puts(board.sasReset(askInt("Enable UART: ") != 0) ? "SAS expander reset" : "Failed");
+            break;
+
+        case 'T':
+            reportFailure(board.enableSysTemperatureEvents(askInt("System temperature check enable: ") != 0));
+            break;
+
+        case 'U':
+        {
+            const int which = askInt("Get diskpack Guid (which): ");
+            juce::String guid;
+            if (board.getDiskpackGuid(which, guid))
+                printf("Diskpack %d Guid: %s\n", which, guid.toRawUTF8());
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'V':
+            reportFailure(board.sasResetPhy(askInt("Phy: ")));
+            break;
+
+        case 'W':
+            eepromWriteReadTest(board);
+            break;
+
+        case 'X':
+        {
+            int which, protect;
+            ask("Set write protect (which, enable): ", "%d %d", which, protect);
+            reportFailure(board.setDiskpackWriteProtect(which, protect != 0));
+            break;
+        }
+
+        case 'Y':
+        {
+            const int which = askInt("Get write protect (which): ");
+            bool protectedNow = false;
+            if (board.getDiskpackWriteProtect(which, protectedNow))
+                printf("Diskpack %d is %swrite protected\n", which, protectedNow ? "" : "not ");
+            else
+                puts("Failed");
+            break;
+        }
+
+        case 'Z':
+            Menus::resetWithConfirmation(board);
+            break;
+
+        default:
+            return false;
+    }
+    return true;
+}

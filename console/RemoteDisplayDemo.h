@@ -1,0 +1,89 @@
+#pragma once
+
+#include "boards/RemoteBoard.h"
+
+#include <cstdint>
+#include <vector>
+
+/** The remote's display demonstration (key G of the remote menu).
+
+    Drawing protocol. The display is 128 x 64 pixels, one bit each, origin top
+    left. A graphics command carries one or more primitives back to back:
+
+      01                        clear the whole display
+      02 x y w h c              fill a rectangle with colour c (0 off, 1 on)
+      03 x y f a n c1 .. cn     n characters in font f (0: 6 x 8 cells,
+                                1: 4 x 6 cells), a = 1 draws them inverted;
+                                text reaching the right edge wraps to the
+                                next row of the same font
+
+    Main screen: a top soft-key bar (Back, Play, Storage), the timecode, two
+    count-down bars beside it, eight level meters with peak markers and clip
+    marks, the character set (wrapping over three small rows) and a bottom
+    soft-key bar (Setup, Back, Options).
+
+    Keys (bit codes as the remote reports them) act when they go down: 16 opens
+    the text-entry screen, 32 the options screen, 4 goes back to the main
+    screen from either. In text entry the encoder moves through the character
+    set, key 2 appends the chosen character and key 8 (Backspace) removes the
+    last one. In the options screen the encoder moves the highlight and the
+    rotor position is shown as a bar. The animation pauses while a sub-screen
+    is open. */
+namespace RemoteDisplayDemo
+{
+    constexpr int width = 128;
+    constexpr int height = 64;
+
+    constexpr uint32_t keySelect = 2;
+    constexpr uint32_t keyBack = 4;
+    constexpr uint32_t keyBackspace = 8;
+    constexpr uint32_t keyTextEntry = 16;
+    constexpr uint32_t keyOptions = 32;
+
+    constexpr const char* characterSet =
+        "!\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}~ 0123456789abcdefghijklmnopqrstuvwxyz";
+
+    /** One level meter: levels 0..23, driven by one random value per update. */
+    struct Meter
+    {
+        static constexpr int maxLevel = 23;
+        static constexpr int peakHoldUpdates = 13;
+
+        int level = 0;
+        int peak = 0;
+        int held = 0;
+        bool clip = false;
+
+        void update(int randomValue);
+    };
+
+    /** Hours, minutes, seconds and frames at 24 frames a second. */
+    struct Timecode
+    {
+        int hours = 0, minutes = 0, seconds = 0, frames = 0;
+        void advance();
+    };
+
+    /** Builders of the primitives above. */
+    void clear(std::vector<unsigned char>& out);
+    void fill(std::vector<unsigned char>& out, int x, int y, int w, int h, bool on);
+    void text(std::vector<unsigned char>& out, int x, int y, int font, bool inverted, const char* s);
+
+    /** Runs until a key is pressed (the key is consumed) or the stop flag
+        is raised. */
+    void run(RemoteBoard& board);
+
+    /** True while run() is going: the remote's listener then feeds it. */
+    bool isRunning();
+    /** True while a sub-screen is open. */
+    bool subScreenOpen();
+
+    /** The menu's reaction to the remote's key state, rotor position and
+        encoder steps. Called on the board's event thread. */
+    void menuEvent(uint32_t keys, uint32_t rotor, int steps);
+
+    /** What run() does around its loop; exposed so the menu can be driven
+        without the animation. */
+    void begin(RemoteBoard& board);
+    void end();
+}

@@ -1,0 +1,139 @@
+// The diskpack menu and events, end to end: keys typed at the console's
+// terminal, command lines arriving at a scripted board, lines printed back.
+#include "console/ConsoleSession.h"
+
+namespace
+{
+struct DiskpackConsole : SerialConsoleTest
+{
+    void SetUp() override { open("d", "Diskpack board V1.00"); }
+};
+}
+
+TEST_F(DiskpackConsole, EveryKeyReachesTheWireAndPrintsItsLine)
+{
+    runAll({
+        { 'A', { { "Set monitor disk activity: ", "1" } }, { { "A1", {} } }, "Set monitor disk activity: 1\n" },
+        { 'B', { { "Brightness (0-15): ", "15" } }, { { "BC8", {} } }, "Brightness (0-15): 15\n" },
+        { 'C', {}, { { "C", {} } }, "" },
+        { 'D', { { "Display text: ", "Hello bench" } }, { { "DHello bench", {} } }, "Display text: Hello bench\n" },
+        { 'E', { { "Which expander: ", "1" } }, { { "E1", { "R5000C50012345678" } } },
+          "Which expander: 1\nSAS address 1: 5000C50012345678\n" },
+        { 'G', { { "Which backplane: ", "1" }, { "Rail (0-3=12V,5V,3V3,1V2): ", "2" } }, { { "G12", { "R2EE0" } } },
+          "Which backplane: 1\nRail (0-3=12V,5V,3V3,1V2): 2\nVoltage: 12000 mV\n" },
+        { 'I', {}, { { "I", { "R1" } } }, "Parallel SCSI\n" },
+        { 'L', { { "Set LED (r,g,b,flash): ", "1 2 3 0" } }, { { "L1B", {} } }, "Set LED (r,g,b,flash): 1 2 3 0\n" },
+        { 'M', {}, { { "M", { "RF619" } } }, "Temperatures Min: -10 Max: 25\n" },
+        { 'O', {}, { { "O", { "R1234" } } }, "Operating hours: 4660\n" },
+        { 'Q', { { "Num text pages: ", "5" } }, { { "Q05", {} } }, "Num text pages: 5\n" },
+        { 'R', { { "Read text (page): ", "3" } }, { { "P03", {} }, { "R", { "RPage three" } } },
+          "Read text (page): 3\nPage three\n" },
+        { 'S', { { "Scsi Id Msb: ", "1" } }, { { "S1", {} } }, "Scsi Id Msb: 1\n" },
+        { 'T', { { "Temperature check enable: ", "1" } }, { { "T1", {} } }, "Temperature check enable: 1\n" },
+        { 'U', {}, { { "U", { "R0123-4567-89AB" } } }, "Guid: 0123-4567-89AB\n" },
+        { 'V', {}, { { "V", { "R96" } } }, "Battery Voltage: 3000 mV\n" },
+        // The page and the text share a line; the blank after the number is
+        // part of the text.
+        { 'W', { { "Write text (page, text): ", "4 Bay 4" } }, { { "P04", {} }, { "W Bay 4", {} } },
+          "Write text (page, text): 4 Bay 4\n" },
+        { 'X', { { "Write protect: ", "1" } }, { { "X1", {} } }, "Write protect: 1\n" },
+        { 'Y', {}, { { "Y", { "R1" } } }, "Write Protected\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Reset eeprom: sure? y\nDone\n" },
+    });
+}
+
+TEST_F(DiskpackConsole, AlternativeResultsAndNonNumericAnswers)
+{
+    runAll({
+        { 'I', {}, { { "I", { "R0" } } }, "SAS\n" },
+        { 'Y', {}, { { "Y", { "R0" } } }, "Not Write Protected\n" },
+        // An answer that does not parse passes 0.
+        { 'Q', { { "Num text pages: ", "many" } }, { { "Q00", {} } }, "Num text pages: many\n" },
+        { 'L', { { "Set LED (r,g,b,flash): ", "3" } }, { { "L30", {} } }, "Set LED (r,g,b,flash): 3\n" },
+    });
+}
+
+TEST_F(DiskpackConsole, RefusedCommandsPrintFailed)
+{
+    runAll({
+        { 'X', { { "Write protect: ", "0" } }, { { "X0", { "N" } } }, "Write protect: 0\nFailed\n" },
+        { 'O', {}, { { "O", { "N" } } }, "Failed\n" },
+        { 'Y', {}, { { "Y", { "R2" } } }, "Failed\n" },
+        // Page 24 does not exist: refused before anything is sent.
+        { 'R', { { "Read text (page): ", "24" } }, {}, "Read text (page): 24\nFailed\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", { "N" } } }, "Reset eeprom: sure? y\nFailed\n" },
+    });
+    EXPECT_NE(console->errors().find("ControlBoard::sendCommand 'X0' received NACK"), std::string::npos);
+}
+
+TEST_F(DiskpackConsole, ResetNeedsAYes)
+{
+    runAll({
+        { 'Z', { { "Reset eeprom: sure? ", "n" } }, {}, "Reset eeprom: sure? n\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "" } }, {}, "Reset eeprom: sure? \n" },
+        { 'Z', { { "Reset eeprom: sure? ", "Y" } }, { { "Z", {} } }, "Reset eeprom: sure? Y\nDone\n" },
+    });
+}
+
+TEST_F(DiskpackConsole, OverlongDisplayTextSendsFortyCharactersAndKeepsTheRest)
+{
+    const std::string forty = "0123456789012345678901234567890123456789";
+    runAll({
+        { 'D', { { "Display text: ", forty + "17" } }, { { "D" + forty, {} } }, "Display text: " + forty + "17\n" },
+        // The two characters that did not fit answer the next prompt at once.
+        { 'Q', {}, { { "Q11", {} } }, "Num text pages: " },
+    });
+}
+
+TEST_F(DiskpackConsole, HelpUnknownKeysAndLineEnds)
+{
+    runAll({
+        { '?', {}, {},
+          "\nL led, A disk activity, X set wp, Y get wp,\nD set display text, S scsi id, V get voltage,\nT enable temp, "
+          "R read text, W write text,\nQ num text pages, O get op hours, M get temps,\nU get guid, C prepare "
+          "closedown,\nI get scsi type, B set display brightness,\nE get SAS addr, Z reset EEPROM,\nG backplane "
+          "voltage rail, x exit\n\n" },
+        { 'q', {}, {}, "Unknown command 'q'\n" },
+        { 'F', {}, {}, "Unknown command 'F'\n" },
+    });
+    // A return at the keystroke loop says nothing; the next key is served.
+    console->type("\r\n");
+    runAll({ { 'O', {}, { { "O", { "R0001" } } }, "Operating hours: 1\n" } });
+}
+
+TEST_F(DiskpackConsole, EventsArePrintedAsTheyArrive)
+{
+    board->event("t1E");
+    ASSERT_TRUE(console->waitFor("Temperature: 30 deg\n"));
+    board->event("tF0");
+    ASSERT_TRUE(console->waitFor("Temperature: -16 deg\n"));
+    board->event("b41");
+    ASSERT_TRUE(console->waitFor("Button event: 41\n"));
+    board->event("l1");
+    ASSERT_TRUE(console->waitFor("LED event: 1\n"));
+    board->event("l0");
+    ASSERT_TRUE(console->waitFor("LED event: 0\n"));
+}
+
+TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaits)
+{
+    board->reply("L30", { "OK" });
+    ASSERT_TRUE(console->key('L'));
+    ASSERT_TRUE(console->waitFor("Set LED (r,g,b,flash): "));
+    board->event("t19");
+    ASSERT_TRUE(console->waitFor("Temperature: 25 deg\n"));
+    console->line("3 0 0 0");
+    ASSERT_TRUE(board->waitForReceived(4)); // ?, @, ! and the command
+    EXPECT_EQ(board->takeReceived().back(), "L30");
+    ASSERT_TRUE(console->waitForKeyMode());
+    EXPECT_NE(console->output().find("Set LED (r,g,b,flash): Temperature: 25 deg\n3 0 0 0\n"), std::string::npos);
+}
+
+TEST_F(DiskpackConsole, ControlCEndsTheRunAndReleasesTheBoard)
+{
+    console->interrupt();
+    EXPECT_EQ(console->exitStatus(), 0);
+    // Synchronised at the start, nothing sent on the way out.
+    EXPECT_EQ(board->takeReceived(), (std::vector<std::string> { "?", "@", "!" }));
+    console.reset();
+}

@@ -1,0 +1,217 @@
+// The console's command line, exit statuses, board search and link test, run
+// as the technician runs them: the program on a terminal, boards emulated.
+#include "console/ConsoleSession.h"
+#include "support/SimProcess.h"
+
+#include <regex>
+
+namespace
+{
+const std::string bannerLine = "AVR Test Utility\n";
+
+/** Runs avrtest to its end and returns what it printed after the banner. */
+struct Finished
+{
+    std::string printed;
+    int status;
+};
+
+Finished runToEnd(const std::vector<std::string>& args)
+{
+    ConsoleSession console(args);
+    const int status = console.exitStatus();
+    const auto out = console.output();
+    // The banner is its line, a notice and an empty line.
+    const auto body = out.find("\n\n");
+    EXPECT_EQ(out.rfind(bannerLine, 0), 0u) << out;
+    return { body == std::string::npos ? out : out.substr(body + 2), status };
+}
+
+struct Entry : ::testing::Test
+{
+    TempDevDir dir;
+};
+}
+
+TEST_F(Entry, UnknownBoardTypesEndWithMinusOne)
+{
+    for (const char* type : { "a", "z", "e", "h", "bq", "b", "" })
+    {
+        SCOPED_TRACE(std::string("type '") + type + "'");
+        const auto run = runToEnd({ type });
+        EXPECT_EQ(run.printed, "Unknown board type!\n");
+        EXPECT_EQ(run.status, 255);
+    }
+}
+
+TEST_F(Entry, DockLettersSayTheyAreNotSupported)
+{
+    for (const char* type : { "m", "n", "s" })
+    {
+        SCOPED_TRACE(type);
+        const auto run = runToEnd({ type, "0" });
+        EXPECT_EQ(run.printed, "Docks (m, n, s) are not supported in this build of avrtest.\n");
+        EXPECT_EQ(run.status, 255);
+    }
+}
+
+TEST_F(Entry, NoArgumentsMeansTheChassisWithIdZero)
+{
+    EXPECT_EQ(runToEnd({}).printed, "Failed to find chassis board id 0!\n");
+
+    ScriptedBoard chassis(dir.path(), "tty.usbserial-CH", "Chassis board V2.50");
+    ConsoleSession console({});
+    ASSERT_TRUE(console.waitFor("Chassis board V2.50\nType ? for help\n\n"));
+    ASSERT_TRUE(console.key('x'));
+    EXPECT_EQ(console.exitStatus(), 0);
+    // Closing commits the chassis settings to its EEPROM.
+    EXPECT_EQ(chassis.takeReceived(), (std::vector<std::string> { "?", "@", "!", "W" }));
+}
+
+TEST_F(Entry, FailureNamesTheKindAndTheIdGiven)
+{
+    EXPECT_EQ(runToEnd({ "u" }).printed, "Failed to find xfer drive dual board id 0!\n");
+    EXPECT_EQ(runToEnd({ "t", "7" }).printed, "Failed to find desktop transfer station board id 7!\n");
+    EXPECT_EQ(runToEnd({ "r", "junk" }).printed, "Failed to find remote board id 0!\n");
+
+    // A negative count in check mode fails before any port is touched.
+    ScriptedBoard diskpack(dir.path(), "tty.usbserial-DP", "Diskpack board V1.00");
+    const auto run = runToEnd({ "d", "-1", "c" });
+    EXPECT_EQ(run.printed, "Failed to find diskpack board id -1!\n");
+    EXPECT_EQ(run.status, 255);
+    EXPECT_TRUE(diskpack.takeReceived().empty());
+}
+
+TEST_F(Entry, WithoutCheckModeOnlyTheGivenIdIsTried)
+{
+    SimProcess sim(dir.path(), { "--board", "d", "--id", "0", "--version", "V0.1", "--board", "d", "--id", "2",
+                                 "--version", "V2.1" });
+    ASSERT_TRUE(sim.isReady());
+    ConsoleSession console({ "d", "2", "x" }); // a third argument that is not "c..." leaves check mode off
+    ASSERT_TRUE(console.waitFor("Diskpack board V2.1\nType ? for help\n\n")) << console.output();
+    ASSERT_TRUE(console.key('x'));
+    EXPECT_EQ(console.exitStatus(), 0);
+}
+
+TEST_F(Entry, SyncStateRefusedEndsTheRunNormally)
+{
+    ScriptedBoard diskpack(dir.path(), "tty.usbserial-DP", "Diskpack board V1.00");
+    diskpack.reply("!", { "N" });
+    const auto run = runToEnd({ "d" });
+    EXPECT_EQ(run.printed, "Diskpack board V1.00\nType ? for help\n\nsyncState command failed\n");
+    EXPECT_EQ(run.status, 0);
+}
+
+//==============================================================================
+// Check mode. Each case gets a fresh emulator: the boards a run leaves open
+// are reconfigured from our side only, which an emulated pty cannot tell apart
+// from no change at all.
+
+namespace
+{
+Finished checkRun(const std::vector<std::string>& boards, const std::vector<std::string>& args)
+{
+    TempDevDir dir;
+    SimProcess sim(dir.path(), boards);
+    EXPECT_TRUE(sim.isReady());
+    return runToEnd(args);
+}
+
+const std::vector<std::string> threeDiskpacks { "--board", "d", "--id", "0", "--version", "V0.0", //
+                                                "--board", "d", "--id", "2", "--version", "V2.1", //
+                                                "--board", "d", "--id", "2", "--version", "V2.2" };
+}
+
+TEST(CheckMode, CountsBoardsAcrossIdsAndPrintsTheLastFound)
+{
+    auto run = checkRun(threeDiskpacks, { "d", "2", "c" });
+    EXPECT_EQ(run.printed, "Diskpack board V2.1\n");
+    EXPECT_EQ(run.status, 0);
+
+    // A second board with the same id counts too.
+    run = checkRun(threeDiskpacks, { "d", "3", "check" });
+    EXPECT_EQ(run.printed, "Diskpack board V2.2\n");
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST(CheckMode, TooFewBoardsFail)
+{
+    const auto run = checkRun(threeDiskpacks, { "d", "4", "c" });
+    EXPECT_EQ(run.printed, "Failed to find diskpack board id 4!\n");
+    EXPECT_EQ(run.status, 255);
+}
+
+TEST(CheckMode, ZeroWantedStillLooksOnceAndPastMissingIds)
+{
+    const auto run = checkRun({ "--board", "d", "--id", "3", "--version", "V3.0" }, { "d", "0", "c" });
+    EXPECT_EQ(run.printed, "Diskpack board V3.0\n");
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST(CheckMode, TransferStationsAreSearchedOnIdsZeroAndOne)
+{
+    const std::vector<std::string> stations { "--board", "x", "--id", "1", "--version", "V1.1", //
+                                              "--board", "x", "--id", "2", "--version", "V1.2" };
+    auto run = checkRun(stations, { "x", "1", "c" });
+    EXPECT_EQ(run.printed, "Transfer Station board V1.1\n");
+    // Id 2 lies outside the transfer station's search range.
+    run = checkRun(stations, { "x", "2", "c" });
+    EXPECT_EQ(run.printed, "Failed to find transfer station board id 2!\n");
+    // Without check mode the id given is the only one tried.
+    run = checkRun(stations, { "x", "0" });
+    EXPECT_EQ(run.printed, "Failed to find transfer station board id 0!\n");
+}
+
+//==============================================================================
+TEST_F(Entry, LinkTestReportsAMissingPort)
+{
+    const auto run = runToEnd({ "b9" });
+    EXPECT_EQ(run.printed, "Couldn't open Bluetooth com port 9\n");
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(Entry, LinkTestMeasuresThroughputUntilControlC)
+{
+    PtyPeer port(dir.path(), "ttyS3");
+    port.serve([](const std::string&) { return std::vector<std::string> {}; }); // drains the data
+
+    ConsoleSession console({ "b3" });
+    ASSERT_TRUE(console.waitFor("Sending data..\n"));
+    ASSERT_TRUE(console.waitFor(" ch/s\n", 60000));
+    console.interrupt();
+    EXPECT_EQ(console.exitStatus(), 0);
+    const auto out = console.output();
+    EXPECT_TRUE(std::regex_search(out, std::regex("Sending data\\.\\.\n[0-9]+ ch/s\n"))) << out;
+}
+
+TEST_F(Entry, LinkTestTerminalOnPortFiveThenThroughputAfterControlA)
+{
+    PtyPeer port(dir.path(), "ttyS5");
+    ConsoleSession console({ "b5" });
+    ASSERT_TRUE(console.waitForKeyMode());
+
+    port.write("hello from the port");
+    ASSERT_TRUE(console.waitFor("hello from the port"));
+
+    console.type("k");
+    std::string sent;
+    ASSERT_TRUE(port.readBytes(sent, 1, ConsoleSession::deadlineMs));
+    EXPECT_EQ(sent, "k");
+
+    port.serve([](const std::string&) { return std::vector<std::string> {}; });
+    console.type("\x01");
+    ASSERT_TRUE(console.waitFor("Sending data..\n"));
+    ASSERT_TRUE(console.waitFor(" ch/s\n", 60000));
+    console.interrupt();
+    EXPECT_EQ(console.exitStatus(), 0);
+}
+
+TEST_F(Entry, LinkTestTerminalEndsOnControlC)
+{
+    PtyPeer port(dir.path(), "ttyS5");
+    ConsoleSession console({ "b5" });
+    ASSERT_TRUE(console.waitForKeyMode());
+    console.interrupt();
+    EXPECT_EQ(console.exitStatus(), 0);
+    EXPECT_EQ(console.output().find("Sending data.."), std::string::npos);
+}

@@ -1,0 +1,391 @@
+// The console's parts that carry rules of their own, driven in-process: the
+// command line, the board search's counting, the link test's rate, the menus'
+// mappings and the remote display demonstration.
+#include "console/LinkTest.h"
+#include "console/Menus.h"
+#include "console/RemoteDisplayDemo.h"
+#include "console/SerialConsole.h"
+#include "support/TestBoard.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+TEST(Arguments, BoardLettersAndTheirFallbacks)
+{
+    using A = ConsoleArguments::Action;
+    struct Case
+    {
+        std::vector<const char*> argv;
+        A action;
+        char letter;
+    };
+    const Case cases[] = {
+        { { "avrtest" }, A::serialBoard, 'c' },
+        { { "avrtest", "d" }, A::serialBoard, 'd' },
+        { { "avrtest", "diskpack" }, A::serialBoard, 'd' }, // only the first character counts
+        { { "avrtest", "x" }, A::serialBoard, 'x' },
+        { { "avrtest", "m" }, A::dock, 'm' },
+        { { "avrtest", "s" }, A::dock, 's' },
+        { { "avrtest", "a" }, A::unknown, 'a' },
+        { { "avrtest", "y" }, A::unknown, 'y' },
+        { { "avrtest", "e" }, A::unknown, 'e' },
+        { { "avrtest", "D" }, A::unknown, 'D' },
+        { { "avrtest", "b" }, A::unknown, 'b' },
+        { { "avrtest", "bz" }, A::unknown, 'b' },
+    };
+    for (auto& c : cases)
+    {
+        SCOPED_TRACE(c.argv.size() > 1 ? c.argv[1] : "(none)");
+        const auto args = parseArguments((int) c.argv.size(), c.argv.data());
+        EXPECT_EQ(args.action, c.action);
+        EXPECT_EQ(args.letter, c.letter);
+    }
+}
+
+TEST(Arguments, LinkPortIdAndCheckFlag)
+{
+    const char* link[] = { "avrtest", "b70" };
+    auto args = parseArguments(2, link);
+    EXPECT_EQ(args.action, ConsoleArguments::Action::linkTest);
+    EXPECT_EQ(args.port, 7);
+
+    const char* check[] = { "avrtest", "d", "3", "check" };
+    args = parseArguments(4, check);
+    EXPECT_EQ(args.id, 3);
+    EXPECT_TRUE(args.check);
+
+    const char* notCheck[] = { "avrtest", "d", "-2", "C" };
+    args = parseArguments(4, notCheck);
+    EXPECT_EQ(args.id, -2);
+    EXPECT_FALSE(args.check);
+
+    const char* junk[] = { "avrtest", "t", "two" };
+    EXPECT_EQ(parseArguments(3, junk).id, 0);
+}
+
+TEST(BoardKinds, TableMatchesTheBoards)
+{
+    struct Expected
+    {
+        char letter;
+        const char* name;
+        int ids;
+        uint32_t mask;
+        const char* identity;
+    };
+    const Expected expected[] = {
+        { 'c', "chassis", 1, 511, "Chassis board" },
+        { 'd', "diskpack", 4, 7, "Diskpack board" },
+        { 'r', "remote", 1, 63, "Remote Control AVR board" },
+        { 't', "desktop transfer station", 1, 31, "Desktop Transfer Station board" },
+        { 'u', "xfer drive dual", 1, 127, "Xfer Drive Dual SAS board" },
+        { 'x', "transfer station", 2, 15, "Transfer Station board" },
+    };
+    for (auto& e : expected)
+    {
+        SCOPED_TRACE(e.letter);
+        const BoardKind* kind = findBoardKind(e.letter);
+        ASSERT_NE(kind, nullptr);
+        EXPECT_STREQ(kind->name, e.name);
+        EXPECT_EQ(kind->idsSearchedInCheckMode, e.ids);
+        EXPECT_EQ(kind->listenerMask, e.mask);
+        std::unique_ptr<HardwareBoard> board(kind->makeBoard());
+        EXPECT_STREQ(board->boardIdString(), e.identity);
+        std::unique_ptr<HardwareBoardEventListener> listener(kind->makeListener(kind->listenerMask));
+        EXPECT_EQ(listener->eventMask, e.mask);
+    }
+    EXPECT_EQ(findBoardKind('b'), nullptr);
+    EXPECT_STREQ(boardKindName(nullptr), "(unknown)");
+}
+
+//==============================================================================
+namespace
+{
+/** Boards on a bench: each id in `present` is one board that can be found
+    (and then is taken) once. */
+struct Bench
+{
+    std::vector<int> present;
+    std::vector<int> tried;
+    std::vector<int> closed;
+};
+
+class FakeBoard : public HardwareBoard
+{
+public:
+    explicit FakeBoard(Bench& b) : bench(b) {}
+    ~FakeBoard() override
+    {
+        if (foundId >= 0)
+            bench.closed.push_back(foundId);
+    }
+    void run() override {}
+    bool findAndOpen(int id) override
+    {
+        bench.tried.push_back(id);
+        const auto it = std::find(bench.present.begin(), bench.present.end(), id);
+        if (it == bench.present.end())
+            return false;
+        bench.present.erase(it);
+        foundId = id;
+        return true;
+    }
+    bool syncState() override { return true; }
+    void closeBoard(bool) override {}
+    const char* boardIdString() const override { return "Fake board"; }
+
+    int foundId = -1;
+
+private:
+    Bench& bench;
+};
+
+struct Search
+{
+    bool found;
+    std::vector<int> tried;
+    std::vector<int> closed;
+    int kept; // id of the board left open, -1 for none
+};
+
+Search search(std::vector<int> present, int id, bool check, int maxIds)
+{
+    Bench bench { std::move(present), {}, {} };
+    juce::OwnedArray<HardwareBoard> owned;
+    const bool found = searchBoards(owned, [&] { return new FakeBoard(bench); }, id, check, maxIds);
+    EXPECT_LE(owned.size(), 1);
+    const int kept = owned.isEmpty() ? -1 : static_cast<FakeBoard*>(owned.getLast())->foundId;
+    return { found, bench.tried, bench.closed, kept };
+}
+}
+
+TEST(BoardSearch, WithoutCheckModeOneAttemptWithTheIdGiven)
+{
+    auto s = search({ 0, 2 }, 2, false, 4);
+    EXPECT_TRUE(s.found);
+    EXPECT_EQ(s.tried, (std::vector<int> { 2 }));
+    EXPECT_EQ(s.kept, 2);
+
+    s = search({ 0 }, 1, false, 4);
+    EXPECT_FALSE(s.found);
+    EXPECT_EQ(s.tried, (std::vector<int> { 1 }));
+}
+
+TEST(BoardSearch, CheckModeRetriesAnIdAfterASuccessAndKeepsOnlyTheLast)
+{
+    auto s = search({ 0, 2, 2 }, 2, true, 4);
+    EXPECT_TRUE(s.found);
+    EXPECT_EQ(s.tried, (std::vector<int> { 0, 0, 1, 2 }));
+    EXPECT_EQ(s.kept, 2);
+    EXPECT_EQ(s.closed, (std::vector<int> { 0 }));
+
+    s = search({ 0, 2, 2 }, 3, true, 4);
+    EXPECT_TRUE(s.found);
+    EXPECT_EQ(s.tried, (std::vector<int> { 0, 0, 1, 2, 2 }));
+    EXPECT_EQ(s.closed, (std::vector<int> { 0, 2 }));
+}
+
+TEST(BoardSearch, CheckModeGivesUpAtTheLastIdOfTheKind)
+{
+    auto s = search({ 0, 2, 2 }, 4, true, 4);
+    EXPECT_FALSE(s.found);
+    EXPECT_EQ(s.tried, (std::vector<int> { 0, 0, 1, 2, 2, 2, 3 }));
+    // Only the last board found stays open, until the console exits.
+    EXPECT_EQ(s.kept, 2);
+    EXPECT_EQ(s.closed, (std::vector<int> { 0, 2 }));
+
+    s = search({ 1 }, 2, true, 2);
+    EXPECT_FALSE(s.found);
+    EXPECT_EQ(s.tried, (std::vector<int> { 0, 1, 1 }));
+}
+
+TEST(BoardSearch, CheckModeWithZeroOrANegativeCount)
+{
+    auto s = search({ 3 }, 0, true, 4);
+    EXPECT_TRUE(s.found);
+    EXPECT_EQ(s.tried, (std::vector<int> { 0, 1, 2, 3 }));
+
+    s = search({ 0 }, -1, true, 4);
+    EXPECT_FALSE(s.found);
+    EXPECT_TRUE(s.tried.empty());
+}
+
+//==============================================================================
+TEST(LinkTestRate, CountsTwentySixThousandCharactersAPass)
+{
+    EXPECT_EQ(LinkTest::rate(2000), 13000u);
+    EXPECT_EQ(LinkTest::rate(3), 8666666u);
+    // A pass inside one millisecond must not divide by zero.
+    EXPECT_EQ(LinkTest::rate(0), 26000000u);
+}
+
+TEST(MenuMappings, PhySpeedsZonesAndProgrammingResults)
+{
+    EXPECT_EQ(Menus::desktopPhySpeed(0), sasSpeed1G5);
+    EXPECT_EQ(Menus::desktopPhySpeed(1), sasSpeed3G);
+    EXPECT_EQ(Menus::desktopPhySpeed(7), sasSpeed3G);
+
+    EXPECT_EQ(Menus::xferDualPhySpeed(0), sasSpeed1G5);
+    EXPECT_EQ(Menus::xferDualPhySpeed(1), sasSpeed3G);
+    EXPECT_EQ(Menus::xferDualPhySpeed(-4), sasSpeed3G);
+    EXPECT_EQ(Menus::xferDualPhySpeed(2), sasSpeed6G);
+    EXPECT_EQ(Menus::xferDualPhySpeed(9), sasSpeed6G);
+
+    EXPECT_STREQ(Menus::xferDualZoneName(0), "Diskpack 0");
+    EXPECT_STREQ(Menus::xferDualZoneName(1), "Diskpack 1");
+    EXPECT_STREQ(Menus::xferDualZoneName(2), "System");
+    EXPECT_STREQ(Menus::xferDualZoneName(5), "Diskpack 1");
+    EXPECT_STREQ(Menus::xferDualZoneName(-1), "Diskpack 1");
+
+    const char* results[] = { "Programming complete", "Write failed", "Write failed", "Read failed",
+                              "Verify failed", "Unknown failure" };
+    for (int code = 0; code < 6; ++code)
+        EXPECT_STREQ(Menus::programResultText(code), results[code]);
+    EXPECT_STREQ(Menus::programResultText(-1), "Unknown failure");
+}
+
+//==============================================================================
+TEST(DisplayDemo, MeterRisesOnOddStepsFallsOnEvenAndClipsOnlyOnASevenToTheTop)
+{
+    RemoteDisplayDemo::Meter m;
+    m.update(5);
+    EXPECT_EQ(m.level, 5);
+    m.update(0x102); // only the low three bits count: 2, even, down
+    EXPECT_EQ(m.level, 3);
+    m.update(4);
+    EXPECT_EQ(m.level, 0);
+    for (int i = 0; i < 4; ++i)
+        m.update(5);
+    EXPECT_EQ(m.level, 20);
+    m.update(5); // capped at 23, but not by a 7: no clip
+    EXPECT_EQ(m.level, 23);
+    EXPECT_FALSE(m.clip);
+    m.update(7);
+    EXPECT_EQ(m.level, 23);
+    EXPECT_TRUE(m.clip);
+    m.update(6);
+    EXPECT_TRUE(m.clip); // stays until the meter reaches 0
+    for (int i = 0; i < 3; ++i)
+        m.update(6);
+    EXPECT_EQ(m.level, 0);
+    EXPECT_FALSE(m.clip);
+}
+
+TEST(DisplayDemo, PeakHoldsForThirteenUpdatesThenFollowsTheLevel)
+{
+    RemoteDisplayDemo::Meter m;
+    m.update(7);
+    m.update(7);
+    EXPECT_EQ(m.peak, 14);
+    m.update(6); // level 8
+    for (int i = 0; i < 11; ++i)
+        m.update(0);
+    EXPECT_EQ(m.peak, 14) << "held for 12 updates";
+    m.update(0);
+    EXPECT_EQ(m.peak, 8) << "the 13th update takes the level";
+    EXPECT_EQ(m.held, 0);
+}
+
+TEST(DisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
+{
+    RemoteDisplayDemo::Timecode tc;
+    for (int i = 0; i < 24; ++i)
+        tc.advance();
+    EXPECT_EQ(tc.frames, 0);
+    EXPECT_EQ(tc.seconds, 1);
+
+    tc = { 23, 59, 59, 23 };
+    tc.advance();
+    EXPECT_EQ(tc.hours, 0);
+    EXPECT_EQ(tc.minutes, 0);
+    EXPECT_EQ(tc.seconds, 0);
+    EXPECT_EQ(tc.frames, 0);
+}
+
+namespace
+{
+/** The texts drawn by the graphics commands sent since the last call. */
+std::vector<std::string> drawnTexts(Scripted<RemoteBoard>& board)
+{
+    std::vector<std::string> texts;
+    for (auto& line : board.sent)
+    {
+        EXPECT_TRUE(line.startsWith("G")) << line;
+        std::vector<unsigned char> bytes;
+        for (int i = 1; i + 1 < line.length(); i += 2)
+            bytes.push_back((unsigned char) HardwareBoard::decodeHexByte(line.toRawUTF8() + i));
+        for (size_t i = 0; i < bytes.size();)
+        {
+            if (bytes[i] == 1)
+                i += 1;
+            else if (bytes[i] == 2)
+                i += 6;
+            else if (bytes[i] == 3 && i + 6 <= bytes.size())
+            {
+                const size_t n = bytes[i + 5];
+                texts.emplace_back(bytes.begin() + (long) i + 6, bytes.begin() + (long) (i + 6 + n));
+                i += 6 + n;
+            }
+            else
+            {
+                ADD_FAILURE() << "bad primitive " << (int) bytes[i] << " in " << line;
+                break;
+            }
+        }
+    }
+    board.clearSent();
+    return texts;
+}
+
+bool drew(const std::vector<std::string>& texts, const std::string& text)
+{
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+}
+
+TEST(DisplayDemo, KeysOpenAndCloseTheSubScreens)
+{
+    using namespace RemoteDisplayDemo;
+    Scripted<RemoteBoard> board;
+    begin(board);
+    auto texts = drawnTexts(board);
+    for (const char* word : { "Back", "Play", "Storage", "Setup", "Options", characterSet })
+        EXPECT_TRUE(drew(texts, word)) << word;
+    EXPECT_TRUE(isRunning());
+
+    menuEvent(keyTextEntry, 0, 0);
+    EXPECT_TRUE(subScreenOpen());
+    texts = drawnTexts(board);
+    EXPECT_TRUE(drew(texts, "Text entry"));
+    EXPECT_TRUE(drew(texts, "Backspace"));
+
+    // The held key comes again with a rotor event: not a second press.
+    menuEvent(keyTextEntry, 9, 0);
+    menuEvent(0, 9, 3);
+    menuEvent(keySelect, 9, 0);
+    menuEvent(0, 9, -1);
+    menuEvent(keySelect, 9, 0);
+    texts = drawnTexts(board);
+    EXPECT_TRUE(drew(texts, "$#")) << "characters 3 and 2 of the set";
+    menuEvent(keyBackspace, 9, 0);
+    EXPECT_TRUE(drew(drawnTexts(board), "$"));
+
+    menuEvent(keyBack, 9, 0);
+    EXPECT_FALSE(subScreenOpen());
+    EXPECT_TRUE(drew(drawnTexts(board), "Storage"));
+
+    menuEvent(keyOptions, 9, 0);
+    EXPECT_TRUE(subScreenOpen());
+    texts = drawnTexts(board);
+    EXPECT_TRUE(drew(texts, "Contrast"));
+    EXPECT_FALSE(drew(texts, "Text entry"));
+    menuEvent(keyBack, 9, 0);
+    EXPECT_FALSE(subScreenOpen());
+
+    end();
+    EXPECT_FALSE(isRunning());
+    board.clearSent();
+    menuEvent(keyOptions, 0, 0);
+    EXPECT_TRUE(board.sent.isEmpty()) << "no drawing once the demonstration is over";
+}
