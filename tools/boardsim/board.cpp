@@ -362,7 +362,10 @@ void Board::transmit(const std::string& bytes)
     std::size_t sent = 0;
     while (sent < bytes.size() && !stopping_) {
         const auto elapsed = Clock::now() - start;
-        const std::size_t due = std::min<std::size_t>(bytes.size(), static_cast<std::size_t>(elapsed / perByte));
+        // The wire may not be free yet (start lies ahead): nothing is due.
+        const std::size_t due = elapsed.count() <= 0
+                                    ? 0
+                                    : std::min<std::size_t>(bytes.size(), static_cast<std::size_t>(elapsed / perByte));
         if (due > sent) {
             if (!writeAll(bytes.data() + sent, due - sent))
                 break;

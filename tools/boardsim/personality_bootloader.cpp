@@ -147,19 +147,19 @@ private:
         for (unsigned char b : bytes)
             sum += b;
         unsigned char checksum = static_cast<unsigned char>(-sum);
+        if (faults.stallReads > 0) {
+            // The line drops mid-page: the host sees a break (a NUL) and then
+            // silence, and must start over. The checksum is never reached, so
+            // a wrong one waits for the next read.
+            --faults.stallReads;
+            out.raw(hexEncode(bytes).substr(0, 2 * kStallOffset) + std::string(1, '\0'));
+            return;
+        }
         if (faults.corruptReads > 0) {
             --faults.corruptReads;
             ++checksum;
         }
-        const std::string answer = hexEncode(bytes + static_cast<char>(checksum));
-        if (faults.stallReads > 0) {
-            // The line drops mid-page: the host sees a break (a NUL) and then
-            // silence, and must start over.
-            --faults.stallReads;
-            out.raw(answer.substr(0, 2 * kStallOffset) + std::string(1, '\0'));
-            return;
-        }
-        out.raw(answer);
+        out.raw(hexEncode(bytes + static_cast<char>(checksum)));
     }
 
     std::string request_;

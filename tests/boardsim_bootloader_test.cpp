@@ -1,0 +1,241 @@
+// The emulated bootloader on its own: what it accepts, what it answers, its
+// faults, and the hand-over to and from every board's application.
+#include "boardsim/faults.h"
+#include "boardsim/options.h"
+#include "boardsim/personality.h"
+#include "boardsim/personality_bootloader.h"
+#include "support/SimProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+using namespace boardsim;
+
+namespace
+{
+std::string hex(const std::vector<unsigned char>& bytes)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    std::string s;
+    for (auto b : bytes)
+    {
+        s += digits[b >> 4];
+        s += digits[b & 15];
+    }
+    return s;
+}
+
+std::vector<unsigned char> pageBytes(int seed)
+{
+    std::vector<unsigned char> page(BootloaderState::kPageSize);
+    for (std::size_t i = 0; i < page.size(); ++i)
+        page[i] = static_cast<unsigned char>(i * 3 + static_cast<std::size_t>(seed));
+    return page;
+}
+
+/** ":" PPPP DATA CC with the checksum that zeroes the sum, plus `delta`. */
+std::string writeRequest(int page, const std::vector<unsigned char>& data, int delta = 0)
+{
+    std::vector<unsigned char> body { static_cast<unsigned char>(page >> 8), static_cast<unsigned char>(page) };
+    body.insert(body.end(), data.begin(), data.end());
+    unsigned sum = 0;
+    for (auto b : body)
+        sum += b;
+    body.push_back(static_cast<unsigned char>(-sum + static_cast<unsigned>(delta)));
+    return ":" + hex(body);
+}
+
+std::string readAnswer(int page, const std::vector<unsigned char>& data)
+{
+    unsigned sum = static_cast<unsigned>((page >> 8) + (page & 0xFF));
+    for (auto b : data)
+        sum += b;
+    auto withSum = data;
+    withSum.push_back(static_cast<unsigned char>(-sum));
+    return hex(withSum);
+}
+
+/** A board as the emulator runs it: the personality it has now, handing over
+    as told, fed whole requests or any split of them. */
+struct Emulated
+{
+    std::unique_ptr<Personality> personality;
+    Faults faults;
+
+    explicit Emulated(char letter, bool inBootloader = false)
+    {
+        BoardInfo info(letter, 3, "V1.00");
+        info.inBootloader = inBootloader;
+        personality = makePersonality(info);
+    }
+
+    /** Everything the board sends back for `bytes`, delivered `chunk` bytes at a time. */
+    std::string feed(const std::string& bytes, std::size_t chunk = 4096)
+    {
+        std::string sent;
+        for (std::size_t at = 0; at < bytes.size();)
+        {
+            const std::size_t n = std::min(chunk, bytes.size() - at);
+            Replier r;
+            std::size_t used = n;
+            if (personality->takesBytes())
+            {
+                used = personality->receive(bytes.data() + at, n, faults, r).consumed;
+            }
+            else
+            {
+                // Lines only, as the board's line reader would cut them.
+                const auto nl = bytes.find('\n', at);
+                used = nl - at + 1;
+                personality->handle(bytes.substr(at, nl - at), r);
+            }
+            for (auto& item : r.items())
+                sent += item.kind == Replier::Kind::Raw ? item.bytes : item.bytes + "\r\n";
+            if (auto next = r.takeSuccessor())
+                personality = std::move(next);
+            at += used;
+        }
+        return sent;
+    }
+};
+}
+
+TEST(Bootloader, EveryBoardHandsOverOnUpAndComesBackOnHash)
+{
+    for (char letter : knownBoardLetters())
+    {
+        Emulated board(letter);
+        ASSERT_FALSE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ("OK\r\n", board.feed("%UP\n")) << letter;
+        ASSERT_TRUE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ("(bootloader) " + identityForLetter(letter) + " V1.00\r\n", board.feed("?\n")) << letter;
+        EXPECT_EQ("R3\r\nOK\r\nN\r\n", board.feed("@\n%UP\n!\n")) << letter;
+        EXPECT_EQ("", board.feed("#"));
+        EXPECT_FALSE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ(identityForLetter(letter) + " V1.00\r\n", board.feed("?\n")) << letter;
+    }
+}
+
+TEST(Bootloader, WritesAreCheckedAndTheFlashOutlivesARestart)
+{
+    Emulated board('d');
+    board.feed("%UP\n");
+    const auto page = pageBytes(1);
+    EXPECT_EQ("Y", board.feed(writeRequest(0x01DF, page)));          // the last application page
+    EXPECT_EQ("N", board.feed(writeRequest(0x01E0, page)));          // the bootloader's own flash
+    EXPECT_EQ("N", board.feed(writeRequest(0x0005, page, 1)));       // wrong checksum
+    std::string lower = writeRequest(0x0005, pageBytes(0x0A));
+    for (auto& c : lower)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    EXPECT_EQ("N", board.feed(lower));                               // hex is upper case
+    EXPECT_EQ(readAnswer(0x0005, std::vector<unsigned char>(256, 0xFF)), board.feed("$0005"));
+
+    // Restart into the application and back: the page is still there.
+    board.feed("#");
+    board.feed("%UP\n");
+    EXPECT_EQ(readAnswer(0x01DF, page), board.feed("$01DF"));
+    // Beyond the application section the bootloader reads as erased.
+    EXPECT_EQ(readAnswer(0x01E0, std::vector<unsigned char>(256, 0xFF)), board.feed("$01E0"));
+}
+
+TEST(Bootloader, RequestsMayArriveInAnyPieces)
+{
+    Emulated board('x', true);
+    const auto page = pageBytes(7);
+    const std::string requests = writeRequest(2, page) + "$0002" + "?\n" + writeRequest(3, page, 2) + "#?\n";
+    const std::string expected = "Y" + readAnswer(2, page) + "(bootloader) Transfer Station board V1.00\r\n" + "N"
+                                 + "Transfer Station board V1.00\r\n";
+    EXPECT_EQ(expected, board.feed(requests, 1));
+
+    Emulated again('x', true);
+    EXPECT_EQ(expected, again.feed(requests, 97));
+}
+
+TEST(Bootloader, FaultsAreUsedUpOneRequestAtATime)
+{
+    Emulated board('c', true);
+    std::string error;
+    ASSERT_TRUE(applyFaultSpec(board.faults, "refuse-writes=2", error)) << error;
+    ASSERT_TRUE(applyFaultSpec(board.faults, "corrupt-read", error)) << error;
+    ASSERT_TRUE(applyFaultSpec(board.faults, "stall-read=1", error)) << error;
+    EXPECT_TRUE(board.faults.any());
+
+    const auto page = pageBytes(9);
+    EXPECT_EQ("N", board.feed(writeRequest(4, page)));
+    EXPECT_EQ("N", board.feed(writeRequest(4, page)));
+    EXPECT_EQ("Y", board.feed(writeRequest(4, page)));
+
+    // The first read breaks off after 100 bytes of the page with a NUL...
+    const auto good = readAnswer(4, page);
+    EXPECT_EQ(good.substr(0, 200) + std::string(1, '\0'), board.feed("$0004"));
+    // ...the next has a checksum one too high...
+    auto corrupt = good;
+    corrupt.replace(512, 2, hex({ static_cast<unsigned char>(std::strtoul(good.substr(512).c_str(), nullptr, 16) + 1) }));
+    EXPECT_EQ(corrupt, board.feed("$0004"));
+    // ...and then the board is well again.
+    EXPECT_EQ(good, board.feed("$0004"));
+    EXPECT_FALSE(board.faults.any());
+}
+
+TEST(Bootloader, FaultSpecsAndTheStartOption)
+{
+    Faults f;
+    std::string error;
+    EXPECT_TRUE(applyFaultSpec(f, "stall-read=3", error));
+    EXPECT_EQ(3u, f.stallReads);
+    EXPECT_TRUE(applyFaultSpec(f, "corrupt-read", error));
+    EXPECT_EQ(1u, f.corruptReads);
+    for (auto bad : { "refuse-writes", "refuse-writes=0", "stall-read=0", "corrupt-read=x" })
+    {
+        Faults before = f;
+        EXPECT_FALSE(applyFaultSpec(f, bad, error)) << bad;
+        EXPECT_EQ(before.stallReads, f.stallReads);
+    }
+
+    Options options;
+    ASSERT_TRUE(parseOptions({ "--dir", "/tmp", "--board", "d", "--bootloader", "--board", "c" }, options, error))
+        << error;
+    EXPECT_TRUE(options.boards[0].bootloader);
+    EXPECT_FALSE(options.boards[1].bootloader);
+    EXPECT_FALSE(parseOptions({ "--dir", "/tmp", "--bootloader", "--board", "d" }, options, error));
+    EXPECT_NE(std::string::npos, usageText().find("--bootloader"));
+}
+
+TEST(Bootloader, APacedLineHoldsTheAnswerUntilTheRequestHasCrossed)
+{
+    char templ[] = "/tmp/avrtest-boot-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(templ));
+    {
+        SimProcess sim(templ, { "--board", "d", "--bootloader", "--name", "B", "--fault", "baud=19200" });
+        ASSERT_TRUE(sim.isReady());
+        const std::string path = std::string(templ) + "/tty.usbserial-B";
+        const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY);
+        ASSERT_GE(fd, 0);
+        termios tio {};
+        tcgetattr(fd, &tio);
+        cfmakeraw(&tio);
+        tcsetattr(fd, TCSANOW, &tio);
+
+        const auto request = writeRequest(1, pageBytes(2));
+        const auto t0 = std::chrono::steady_clock::now();
+        ASSERT_EQ((ssize_t) request.size(), ::write(fd, request.data(), request.size()));
+        pollfd p { fd, POLLIN, 0 };
+        ASSERT_EQ(1, ::poll(&p, 1, 10000));
+        const auto waited = std::chrono::steady_clock::now() - t0;
+        char answer = 0;
+        ASSERT_EQ(1, ::read(fd, &answer, 1));
+        EXPECT_EQ('Y', answer);
+        // 519 characters of 11 bits at 19200 baud take 297 ms on a real line,
+        // however fast the host wrote them.
+        EXPECT_GE(std::chrono::duration_cast<std::chrono::milliseconds>(waited).count(), 297);
+        ::close(fd);
+    }
+    std::string cleanup = std::string("rm -rf ") + templ;
+    EXPECT_EQ(0, std::system(cleanup.c_str()));
+}
