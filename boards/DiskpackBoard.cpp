@@ -67,8 +67,10 @@ bool DiskpackBoard::setDisplayBrightness(int level)
 {
     // The display is dark below 144 and saturates at 200. A negative level is
     // passed through unclamped, as the board has always received it.
-    const int v = level < 16 ? 144 + (level * 56) / 15 : 200;
-    return sendCommand('B', v, 2);
+    // Computed wide so that no level overflows; any negative result sends no
+    // digits at all.
+    const long long v = level < 16 ? 144 + ((long long) level * 56) / 15 : 200;
+    return sendCommand('B', (int) juce::jmax(-1LL, v), 2);
 }
 
 bool DiskpackBoard::setScsiIdMsb(bool on)

@@ -111,9 +111,12 @@ bool TransferBoard::getMinMaxTemperatures(int& minDegrees, int& maxDegrees)
 //==============================================================================
 bool TransferBoard::setDiskpackLed(int which, DiskpackLedMode mode)
 {
-    const int shift = which == 0 ? 0 : 2;
+    // The mode is not masked: the board gets what the caller gave, spilling
+    // into the next field if need be. Multiplying rather than shifting keeps a
+    // negative mode defined.
+    const int field = which == 0 ? 1 : 4;
     const juce::ScopedLock sl(stateLock);
-    const int updated = (ledState & ~(3 << shift)) | ((int) mode << shift);
+    const int updated = (ledState & ~(3 * field)) | ((int) mode * field);
     if (updated == ledState)
         return true;
     ledState = updated;

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -54,7 +55,9 @@ TEST_F(Diskpack, DisplayBrightnessScalesIntoTheDriveRange)
     board.setDisplayBrightness(16);
     board.setDisplayBrightness(99);
     board.setDisplayBrightness(-1); // not clamped: 144 - 56/15 truncated toward zero
-    EXPECT_EQ(board.sent, (juce::StringArray { "B90", "BAA", "BC8", "BC8", "BC8", "B8D" }));
+    board.setDisplayBrightness(-40); // below zero: no digits
+    board.setDisplayBrightness(INT_MIN);
+    EXPECT_EQ(board.sent, (juce::StringArray { "B90", "BAA", "BC8", "BC8", "BC8", "B8D", "B", "B" }));
 }
 
 TEST_F(Diskpack, TextLimitsRefuseWithoutSending)

@@ -52,6 +52,14 @@ TEST_F(Transfer, LedStateIsSentOnlyOnChange)
     EXPECT_EQ(board.sent, (juce::StringArray { "L8", "L9", "L1", "L3" }));
 }
 
+TEST_F(Transfer, AnOutOfRangeLedModeIsPassedOnUnmasked)
+{
+    EXPECT_TRUE(board.setDiskpackLed(1, (DiskpackLedMode) 5)); // state 20: one digit keeps the 4
+    EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedOn));       // 21
+    EXPECT_TRUE(board.setDiskpackLed(0, (DiskpackLedMode) -1)); // negative: no digits
+    EXPECT_EQ(board.sent, (juce::StringArray { "L4", "L5", "L" }));
+}
+
 TEST_F(Transfer, PowerStateIsAlwaysSentWhole)
 {
     board.setDiskpackPower(true);
