@@ -5,8 +5,9 @@
 class HardwareBoard;
 
 /** How an update ended. Only the values 1 and 2 reach a bootloader that takes
-    the outcome; every other value is reported to it as 0. */
-enum FirmwareStatus
+    the outcome; every other value is reported to it as 0. The underlying type
+    is fixed so that any int a caller passes is a value of the type. */
+enum FirmwareStatus : int
 {
     firmwareStatusUnknown = 0,
     firmwareStatusSucceeded = 1,
