@@ -10,3 +10,10 @@ add_dependencies(avrtest_consolesupport avrtest)
 avrtest_add_test(console_parts_test SOURCES console/console_parts_test.cpp LIBS avrconsole avrtest_testsupport)
 avrtest_add_test(console_entry_test SOURCES console/console_entry_test.cpp LIBS avrtest_consolesupport)
 avrtest_add_test(console_diskpack_test SOURCES console/console_diskpack_test.cpp LIBS avrtest_consolesupport)
+avrtest_add_test(console_boards_test SOURCES
+  console/console_chassis_test.cpp
+  console/console_transfer_test.cpp
+  console/console_desktop_test.cpp
+  console/console_xferdual_test.cpp
+  console/console_remote_test.cpp
+  LIBS avrtest_consolesupport)

@@ -120,20 +120,49 @@ std::vector<std::string> avrtestCommand(const std::vector<std::string>& args);
 class SerialConsoleTest : public ::testing::Test
 {
 protected:
+    static constexpr int startAttempts = 3;
+
     /** Starts the console for board type `letter` against a board answering
         "?" with `identity`, and waits for it to be ready for keys. */
     void open(const std::string& letter, const std::string& identity)
     {
         board = std::make_unique<ScriptedBoard>(dir.path(), "tty.usbserial-BENCH", identity);
-        console = std::make_unique<ConsoleSession>(std::vector<std::string> { letter });
-        ASSERT_TRUE(console->waitFor("Type ? for help\n\n")) << console->output();
+        // Discovery gives a board 100 ms to answer; a test process starved
+        // of the CPU can miss that, which says nothing about the menus.
+        for (int attempt = 1;; ++attempt)
+        {
+            console = std::make_unique<ConsoleSession>(std::vector<std::string> { letter });
+            if (console->waitFor("Type ? for help\n\n"))
+                break;
+            ASSERT_LT(attempt, startAttempts) << console->output() << console->errors();
+        }
         ASSERT_TRUE(console->waitForKeyMode());
+        board->takeReceived();
     }
 
     void runAll(const std::vector<KeyCase>& cases)
     {
         for (auto& c : cases)
             runKeyCase(*console, *board, c);
+    }
+
+    /** Sends the event lines in one go and checks that the console prints
+        exactly the given text for them (an empty string for events it keeps
+        quiet about). */
+    void expectEvents(const std::vector<std::pair<std::string, std::string>>& events)
+    {
+        console->takeOutput();
+        const size_t start = console->output().size();
+        std::string expected;
+        for (auto& [line, printed] : events)
+        {
+            board->event(line);
+            expected += printed;
+        }
+        EXPECT_TRUE(waitUntil([&] { return console->output().size() >= start + expected.size(); },
+                              ConsoleSession::deadlineMs));
+        EXPECT_EQ(console->output().substr(start), expected);
+        console->takeOutput();
     }
 
     void TearDown() override

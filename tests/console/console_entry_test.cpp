@@ -27,13 +27,45 @@ Finished runToEnd(const std::vector<std::string>& args)
     return { body == std::string::npos ? out : out.substr(body + 2), status };
 }
 
-struct Entry : ::testing::Test
+bool notFound(const Finished& run)
+{
+    return run.printed.rfind("Failed to find", 0) == 0;
+}
+
+// Discovery gives a board 100 ms to answer; a test process starved of the CPU
+// can miss that. Where a board is there to be found, a miss is retried.
+constexpr int attempts = 3;
+
+Finished runFound(const std::vector<std::string>& args)
+{
+    Finished run = runToEnd(args);
+    for (int i = 1; i < attempts && notFound(run); ++i)
+        run = runToEnd(args);
+    return run;
+}
+
+/** An interactive run, once the identity line is out. */
+std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args, const std::string& identity)
+{
+    std::string printed;
+    for (int i = 0; i < attempts; ++i)
+    {
+        auto console = std::make_unique<ConsoleSession>(args);
+        if (console->waitFor(identity + "\nType ? for help\n\n"))
+            return console;
+        printed = console->output();
+    }
+    ADD_FAILURE() << "never found; last run printed:\n" << printed;
+    return nullptr;
+}
+
+struct ConsoleEntry : ::testing::Test
 {
     TempDevDir dir;
 };
 }
 
-TEST_F(Entry, UnknownBoardTypesEndWithMinusOne)
+TEST_F(ConsoleEntry, UnknownBoardTypesEndWithMinusOne)
 {
     for (const char* type : { "a", "z", "e", "h", "bq", "b", "" })
     {
@@ -44,7 +76,7 @@ TEST_F(Entry, UnknownBoardTypesEndWithMinusOne)
     }
 }
 
-TEST_F(Entry, DockLettersSayTheyAreNotSupported)
+TEST_F(ConsoleEntry, DockLettersSayTheyAreNotSupported)
 {
     for (const char* type : { "m", "n", "s" })
     {
@@ -55,20 +87,22 @@ TEST_F(Entry, DockLettersSayTheyAreNotSupported)
     }
 }
 
-TEST_F(Entry, NoArgumentsMeansTheChassisWithIdZero)
+TEST_F(ConsoleEntry, NoArgumentsMeansTheChassisWithIdZero)
 {
     EXPECT_EQ(runToEnd({}).printed, "Failed to find chassis board id 0!\n");
 
     ScriptedBoard chassis(dir.path(), "tty.usbserial-CH", "Chassis board V2.50");
-    ConsoleSession console({});
-    ASSERT_TRUE(console.waitFor("Chassis board V2.50\nType ? for help\n\n"));
-    ASSERT_TRUE(console.key('x'));
-    EXPECT_EQ(console.exitStatus(), 0);
+    auto console = startFound({}, "Chassis board V2.50");
+    ASSERT_TRUE(console);
+    ASSERT_TRUE(console->waitForKeyMode());
+    chassis.takeReceived();
+    ASSERT_TRUE(console->key('x'));
+    EXPECT_EQ(console->exitStatus(), 0);
     // Closing commits the chassis settings to its EEPROM.
-    EXPECT_EQ(chassis.takeReceived(), (std::vector<std::string> { "?", "@", "!", "W" }));
+    EXPECT_EQ(chassis.takeReceived(), (std::vector<std::string> { "W" }));
 }
 
-TEST_F(Entry, FailureNamesTheKindAndTheIdGiven)
+TEST_F(ConsoleEntry, FailureNamesTheKindAndTheIdGiven)
 {
     EXPECT_EQ(runToEnd({ "u" }).printed, "Failed to find xfer drive dual board id 0!\n");
     EXPECT_EQ(runToEnd({ "t", "7" }).printed, "Failed to find desktop transfer station board id 7!\n");
@@ -82,22 +116,23 @@ TEST_F(Entry, FailureNamesTheKindAndTheIdGiven)
     EXPECT_TRUE(diskpack.takeReceived().empty());
 }
 
-TEST_F(Entry, WithoutCheckModeOnlyTheGivenIdIsTried)
+TEST_F(ConsoleEntry, WithoutCheckModeOnlyTheGivenIdIsTried)
 {
     SimProcess sim(dir.path(), { "--board", "d", "--id", "0", "--version", "V0.1", "--board", "d", "--id", "2",
                                  "--version", "V2.1" });
     ASSERT_TRUE(sim.isReady());
-    ConsoleSession console({ "d", "2", "x" }); // a third argument that is not "c..." leaves check mode off
-    ASSERT_TRUE(console.waitFor("Diskpack board V2.1\nType ? for help\n\n")) << console.output();
-    ASSERT_TRUE(console.key('x'));
-    EXPECT_EQ(console.exitStatus(), 0);
+    // A third argument that does not start with c leaves check mode off.
+    auto console = startFound({ "d", "2", "x" }, "Diskpack board V2.1");
+    ASSERT_TRUE(console);
+    ASSERT_TRUE(console->key('x'));
+    EXPECT_EQ(console->exitStatus(), 0);
 }
 
-TEST_F(Entry, SyncStateRefusedEndsTheRunNormally)
+TEST_F(ConsoleEntry, SyncStateRefusedEndsTheRunNormally)
 {
     ScriptedBoard diskpack(dir.path(), "tty.usbserial-DP", "Diskpack board V1.00");
     diskpack.reply("!", { "N" });
-    const auto run = runToEnd({ "d" });
+    const auto run = runFound({ "d" });
     EXPECT_EQ(run.printed, "Diskpack board V1.00\nType ? for help\n\nsyncState command failed\n");
     EXPECT_EQ(run.status, 0);
 }
@@ -117,42 +152,50 @@ Finished checkRun(const std::vector<std::string>& boards, const std::vector<std:
     return runToEnd(args);
 }
 
+Finished checkRunFound(const std::vector<std::string>& boards, const std::vector<std::string>& args)
+{
+    Finished run = checkRun(boards, args);
+    for (int i = 1; i < attempts && notFound(run); ++i)
+        run = checkRun(boards, args);
+    return run;
+}
+
 const std::vector<std::string> threeDiskpacks { "--board", "d", "--id", "0", "--version", "V0.0", //
                                                 "--board", "d", "--id", "2", "--version", "V2.1", //
                                                 "--board", "d", "--id", "2", "--version", "V2.2" };
 }
 
-TEST(CheckMode, CountsBoardsAcrossIdsAndPrintsTheLastFound)
+TEST(ConsoleCheckMode, CountsBoardsAcrossIdsAndPrintsTheLastFound)
 {
-    auto run = checkRun(threeDiskpacks, { "d", "2", "c" });
+    auto run = checkRunFound(threeDiskpacks, { "d", "2", "c" });
     EXPECT_EQ(run.printed, "Diskpack board V2.1\n");
     EXPECT_EQ(run.status, 0);
 
     // A second board with the same id counts too.
-    run = checkRun(threeDiskpacks, { "d", "3", "check" });
+    run = checkRunFound(threeDiskpacks, { "d", "3", "check" });
     EXPECT_EQ(run.printed, "Diskpack board V2.2\n");
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(CheckMode, TooFewBoardsFail)
+TEST(ConsoleCheckMode, TooFewBoardsFail)
 {
     const auto run = checkRun(threeDiskpacks, { "d", "4", "c" });
     EXPECT_EQ(run.printed, "Failed to find diskpack board id 4!\n");
     EXPECT_EQ(run.status, 255);
 }
 
-TEST(CheckMode, ZeroWantedStillLooksOnceAndPastMissingIds)
+TEST(ConsoleCheckMode, ZeroWantedStillLooksOnceAndPastMissingIds)
 {
-    const auto run = checkRun({ "--board", "d", "--id", "3", "--version", "V3.0" }, { "d", "0", "c" });
+    const auto run = checkRunFound({ "--board", "d", "--id", "3", "--version", "V3.0" }, { "d", "0", "c" });
     EXPECT_EQ(run.printed, "Diskpack board V3.0\n");
     EXPECT_EQ(run.status, 0);
 }
 
-TEST(CheckMode, TransferStationsAreSearchedOnIdsZeroAndOne)
+TEST(ConsoleCheckMode, TransferStationsAreSearchedOnIdsZeroAndOne)
 {
     const std::vector<std::string> stations { "--board", "x", "--id", "1", "--version", "V1.1", //
                                               "--board", "x", "--id", "2", "--version", "V1.2" };
-    auto run = checkRun(stations, { "x", "1", "c" });
+    auto run = checkRunFound(stations, { "x", "1", "c" });
     EXPECT_EQ(run.printed, "Transfer Station board V1.1\n");
     // Id 2 lies outside the transfer station's search range.
     run = checkRun(stations, { "x", "2", "c" });
@@ -163,14 +206,14 @@ TEST(CheckMode, TransferStationsAreSearchedOnIdsZeroAndOne)
 }
 
 //==============================================================================
-TEST_F(Entry, LinkTestReportsAMissingPort)
+TEST_F(ConsoleEntry, LinkTestReportsAMissingPort)
 {
     const auto run = runToEnd({ "b9" });
     EXPECT_EQ(run.printed, "Couldn't open Bluetooth com port 9\n");
     EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(Entry, LinkTestMeasuresThroughputUntilControlC)
+TEST_F(ConsoleEntry, LinkTestMeasuresThroughputUntilControlC)
 {
     PtyPeer port(dir.path(), "ttyS3");
     port.serve([](const std::string&) { return std::vector<std::string> {}; }); // drains the data
@@ -184,7 +227,7 @@ TEST_F(Entry, LinkTestMeasuresThroughputUntilControlC)
     EXPECT_TRUE(std::regex_search(out, std::regex("Sending data\\.\\.\n[0-9]+ ch/s\n"))) << out;
 }
 
-TEST_F(Entry, LinkTestTerminalOnPortFiveThenThroughputAfterControlA)
+TEST_F(ConsoleEntry, LinkTestTerminalOnPortFiveThenThroughputAfterControlA)
 {
     PtyPeer port(dir.path(), "ttyS5");
     ConsoleSession console({ "b5" });
@@ -206,7 +249,7 @@ TEST_F(Entry, LinkTestTerminalOnPortFiveThenThroughputAfterControlA)
     EXPECT_EQ(console.exitStatus(), 0);
 }
 
-TEST_F(Entry, LinkTestTerminalEndsOnControlC)
+TEST_F(ConsoleEntry, LinkTestTerminalEndsOnControlC)
 {
     PtyPeer port(dir.path(), "ttyS5");
     ConsoleSession console({ "b5" });

@@ -11,7 +11,7 @@
 
 #include <algorithm>
 
-TEST(Arguments, BoardLettersAndTheirFallbacks)
+TEST(ConsoleArguments, BoardLettersAndTheirFallbacks)
 {
     using A = ConsoleArguments::Action;
     struct Case
@@ -43,7 +43,7 @@ TEST(Arguments, BoardLettersAndTheirFallbacks)
     }
 }
 
-TEST(Arguments, LinkPortIdAndCheckFlag)
+TEST(ConsoleArguments, LinkPortIdAndCheckFlag)
 {
     const char* link[] = { "avrtest", "b70" };
     auto args = parseArguments(2, link);
@@ -64,7 +64,7 @@ TEST(Arguments, LinkPortIdAndCheckFlag)
     EXPECT_EQ(parseArguments(3, junk).id, 0);
 }
 
-TEST(BoardKinds, TableMatchesTheBoards)
+TEST(ConsoleBoardKinds, TableMatchesTheBoards)
 {
     struct Expected
     {
@@ -160,7 +160,7 @@ Search search(std::vector<int> present, int id, bool check, int maxIds)
 }
 }
 
-TEST(BoardSearch, WithoutCheckModeOneAttemptWithTheIdGiven)
+TEST(ConsoleBoardSearch, WithoutCheckModeOneAttemptWithTheIdGiven)
 {
     auto s = search({ 0, 2 }, 2, false, 4);
     EXPECT_TRUE(s.found);
@@ -172,7 +172,7 @@ TEST(BoardSearch, WithoutCheckModeOneAttemptWithTheIdGiven)
     EXPECT_EQ(s.tried, (std::vector<int> { 1 }));
 }
 
-TEST(BoardSearch, CheckModeRetriesAnIdAfterASuccessAndKeepsOnlyTheLast)
+TEST(ConsoleBoardSearch, CheckModeRetriesAnIdAfterASuccessAndKeepsOnlyTheLast)
 {
     auto s = search({ 0, 2, 2 }, 2, true, 4);
     EXPECT_TRUE(s.found);
@@ -186,7 +186,7 @@ TEST(BoardSearch, CheckModeRetriesAnIdAfterASuccessAndKeepsOnlyTheLast)
     EXPECT_EQ(s.closed, (std::vector<int> { 0, 2 }));
 }
 
-TEST(BoardSearch, CheckModeGivesUpAtTheLastIdOfTheKind)
+TEST(ConsoleBoardSearch, CheckModeGivesUpAtTheLastIdOfTheKind)
 {
     auto s = search({ 0, 2, 2 }, 4, true, 4);
     EXPECT_FALSE(s.found);
@@ -200,7 +200,7 @@ TEST(BoardSearch, CheckModeGivesUpAtTheLastIdOfTheKind)
     EXPECT_EQ(s.tried, (std::vector<int> { 0, 1, 1 }));
 }
 
-TEST(BoardSearch, CheckModeWithZeroOrANegativeCount)
+TEST(ConsoleBoardSearch, CheckModeWithZeroOrANegativeCount)
 {
     auto s = search({ 3 }, 0, true, 4);
     EXPECT_TRUE(s.found);
@@ -212,7 +212,7 @@ TEST(BoardSearch, CheckModeWithZeroOrANegativeCount)
 }
 
 //==============================================================================
-TEST(LinkTestRate, CountsTwentySixThousandCharactersAPass)
+TEST(ConsoleLinkTestRate, CountsTwentySixThousandCharactersAPass)
 {
     EXPECT_EQ(LinkTest::rate(2000), 13000u);
     EXPECT_EQ(LinkTest::rate(3), 8666666u);
@@ -220,7 +220,7 @@ TEST(LinkTestRate, CountsTwentySixThousandCharactersAPass)
     EXPECT_EQ(LinkTest::rate(0), 26000000u);
 }
 
-TEST(MenuMappings, PhySpeedsZonesAndProgrammingResults)
+TEST(ConsoleMenuMappings, PhySpeedsZonesAndProgrammingResults)
 {
     EXPECT_EQ(Menus::desktopPhySpeed(0), sasSpeed1G5);
     EXPECT_EQ(Menus::desktopPhySpeed(1), sasSpeed3G);
@@ -246,7 +246,7 @@ TEST(MenuMappings, PhySpeedsZonesAndProgrammingResults)
 }
 
 //==============================================================================
-TEST(DisplayDemo, MeterRisesOnOddStepsFallsOnEvenAndClipsOnlyOnASevenToTheTop)
+TEST(ConsoleDisplayDemo, MeterRisesOnOddStepsFallsOnEvenAndClipsOnlyOnASevenToTheTop)
 {
     RemoteDisplayDemo::Meter m;
     m.update(5);
@@ -272,7 +272,7 @@ TEST(DisplayDemo, MeterRisesOnOddStepsFallsOnEvenAndClipsOnlyOnASevenToTheTop)
     EXPECT_FALSE(m.clip);
 }
 
-TEST(DisplayDemo, PeakHoldsForThirteenUpdatesThenFollowsTheLevel)
+TEST(ConsoleDisplayDemo, PeakHoldsForThirteenUpdatesThenFollowsTheLevel)
 {
     RemoteDisplayDemo::Meter m;
     m.update(7);
@@ -287,7 +287,7 @@ TEST(DisplayDemo, PeakHoldsForThirteenUpdatesThenFollowsTheLevel)
     EXPECT_EQ(m.held, 0);
 }
 
-TEST(DisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
+TEST(ConsoleDisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
 {
     RemoteDisplayDemo::Timecode tc;
     for (int i = 0; i < 24; ++i)
@@ -344,7 +344,7 @@ bool drew(const std::vector<std::string>& texts, const std::string& text)
 }
 }
 
-TEST(DisplayDemo, KeysOpenAndCloseTheSubScreens)
+TEST(ConsoleDisplayDemo, KeysOpenAndCloseTheSubScreens)
 {
     using namespace RemoteDisplayDemo;
     Scripted<RemoteBoard> board;

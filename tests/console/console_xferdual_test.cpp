@@ -1,0 +1,201 @@
+// The xfer drive dual menu and events, end to end.
+#include "console/ConsoleSession.h"
+
+#include <cstdio>
+
+namespace
+{
+struct XferDualConsole : SerialConsoleTest
+{
+    void SetUp() override { open("u", "Xfer Drive Dual SAS board V1.00"); }
+};
+
+std::string hex2(int v)
+{
+    char buf[3];
+    snprintf(buf, sizeof buf, "%02X", v & 0xFF);
+    return buf;
+}
+}
+
+TEST_F(XferDualConsole, EveryKeyReachesTheWireAndPrintsItsLine)
+{
+    std::vector<std::pair<std::string, std::vector<std::string>>> clearFrames;
+    for (int phy = 0; phy < 36; ++phy)
+        clearFrames.push_back({ "E02C0" + hex2(4 + (phy >> 4)) + hex2((phy << 4) + 7) + "1800000005", {} });
+
+    runAll({
+        { 'A', { { "Get disk SAS address (which, disk): ", "1 0" } },
+          { { "E03C0043044", { "R10000001" } }, { "E05C0043078", { "R5000C500AABBCCDD" } } },
+          "Get disk SAS address (which, disk): 1 0\nDiskpack 1 disk 0 address: 5000c500aabbccdd\n" },
+        { 'B', { { "Phy: ", "35" } }, { { "E03C0063730", { "R0000000A" } } }, "Phy: 35\nPhy 35 errors 10\n" },
+        { 'C', {}, clearFrames, "Error counts cleared\n" },
+        { 'D', { { "Diskpack power (which, on): ", "1 1" } }, { { "D11", {} } }, "Diskpack power (which, on): 1 1\n" },
+        { 'E', {}, { { "E05C0066010", { "R500605BCDA10000F" } } }, "SAS address: 500605bcda10000f\n" },
+        { 'F', { { "Fan speed (1 for auto, min 85): ", "1" } }, { { "F01", {} } },
+          "Fan speed (1 for auto, min 85): 1\n" },
+        { 'F', { { "Fan speed (1 for auto, min 85): ", "170" } }, { { "FAA", {} } },
+          "Fan speed (1 for auto, min 85): 170\n" },
+        { 'G', { { "Rail (0-4=1V0,1V8,3V3,5V,12V): ", "2" } }, { { "G2", { "R0CE4" } } },
+          "Rail (0-4=1V0,1V8,3V3,5V,12V): 2\nVoltage: 3300 mV\n" },
+        { 'H', { { "Id: ", "2" } }, { { "H2", {} } }, "Id: 2\n" },
+        { 'I', { { "Get diskpack ID (which): ", "1" } }, { { "I1", { "R7" } } },
+          "Get diskpack ID (which): 1\nDiskpack 1 ID: 7\n" },
+        { 'J', { { "Disk fan speed (which, speed)(1 for auto, min 85): ", "1 1" } }, { { "J101", {} } },
+          "Disk fan speed (which, speed)(1 for auto, min 85): 1 1\n" },
+        { 'J', { { "Disk fan speed (which, speed)(1 for auto, min 85): ", "0 120" } }, { { "J078", {} } },
+          "Disk fan speed (which, speed)(1 for auto, min 85): 0 120\n" },
+        { 'L', { { "Set Diskpack LED (which,r,g,b,flash,activity): ", "1 3 0 2 1 0" } }, { { "L172", {} } },
+          "Set Diskpack LED (which,r,g,b,flash,activity): 1 3 0 2 1 0\n" },
+        { 'M', { { "Which zone (0-1 = diskpacks, 2 = system): ", "2" } }, { { "M2", { "R0A1E" } } },
+          "Which zone (0-1 = diskpacks, 2 = system): 2\nSystem temperature Min: 10 Max: 30\n" },
+        { 'M', { { "Which zone (0-1 = diskpacks, 2 = system): ", "5" } }, { { "M5", { "RF619" } } },
+          "Which zone (0-1 = diskpacks, 2 = system): 5\nDiskpack 1 temperature Min: -10 Max: 25\n" },
+        // Typed 1 is 3 Gbit/s and 2 is 6 Gbit/s.
+        { 'N', { { "Phy, Min, Max (0=1.5,1=3,2=6): ", "2 1 2" } },
+          { { "E03C0042704", { "R12345000" } }, { "E02C0042704123456A9", {} } },
+          "Phy, Min, Max (0=1.5,1=3,2=6): 2 1 2\n" },
+        { 'O', {}, { { "O", { "R0010" } } }, "Operating hours: 16\n" },
+        { 'P', { { "Diskpack temperature check (which, enable): ", "1 1" } }, { { "P11", {} } },
+          "Diskpack temperature check (which, enable): 1 1\n" },
+        { 'R', { { "Enable UART: ", "1" } }, { { "E07", {} } }, "Enable UART: 1\nSAS expander reset\n" },
+        { 'T', { { "System temperature check enable: ", "1" } }, { { "T1", {} } },
+          "System temperature check enable: 1\n" },
+        { 'U', { { "Get diskpack Guid (which): ", "0" } }, { { "U0", { "RPACK-0" } } },
+          "Get diskpack Guid (which): 0\nDiskpack 0 Guid: PACK-0\n" },
+        { 'V', { { "Phy: ", "2" } }, { { "E02C004271800000003", {} }, { "E02C004271800000001", {} } }, "Phy: 2\n" },
+        { 'X', { { "Set write protect (which, enable): ", "1 1" } }, { { "X11", {} } },
+          "Set write protect (which, enable): 1 1\n" },
+        { 'Y', { { "Get write protect (which): ", "1" } }, { { "Y1", { "R1" } } },
+          "Get write protect (which): 1\nDiskpack 1 is write protected\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Reset eeprom: sure? y\nDone\n" },
+    });
+}
+
+TEST_F(XferDualConsole, RefusalsBeforeTheWireAndOnIt)
+{
+    runAll({
+        { 'A', { { "Get disk SAS address (which, disk): ", "2 0" } }, {},
+          "Get disk SAS address (which, disk): 2 0\nFailed\n" },
+        { 'F', { { "Fan speed (1 for auto, min 85): ", "50" } }, {}, "Fan speed (1 for auto, min 85): 50\nFailed\n" },
+        { 'R', { { "Enable UART: ", "0" } }, { { "E06", { "N" } } }, "Enable UART: 0\nFailed\n" },
+        { 'Y', { { "Get write protect (which): ", "0" } }, { { "Y0", { "R0" } } },
+          "Get write protect (which): 0\nDiskpack 0 is not write protected\n" },
+        { 'M', { { "Which zone (0-1 = diskpacks, 2 = system): ", "0" } }, { { "M0", { "R0102" } } },
+          "Which zone (0-1 = diskpacks, 2 = system): 0\nDiskpack 0 temperature Min: 1 Max: 2\n" },
+    });
+}
+
+namespace
+{
+/** A diskpack EEPROM behind the board: W writes count bytes at an address,
+    R reads a whole 32-byte page back. */
+struct DiskpackEeprom
+{
+    std::vector<unsigned char> memory = std::vector<unsigned char>(4096, 0);
+    int spoilAddress = -1;
+    int failReadAddress = -1;
+    int failWriteAddress = -1;
+
+    std::optional<std::vector<std::string>> operator()(const std::string& line)
+    {
+        auto byteAt = [&](size_t i) { return std::stoi(line.substr(i, 2), nullptr, 16); };
+        if (line[0] == 'W' && line.size() >= 7)
+        {
+            const int addr = ((byteAt(1) & 15) << 8) | byteAt(3);
+            const int count = byteAt(5);
+            if (addr == failWriteAddress)
+                return std::vector<std::string> { "N" };
+            for (int i = 0; i < count; ++i)
+                memory[(size_t) (addr + i)] = (unsigned char) byteAt(7 + 2 * (size_t) i);
+            return std::vector<std::string> { "OK" };
+        }
+        if (line[0] == 'R' && line.size() == 7)
+        {
+            const int arg = std::stoi(line.substr(1), nullptr, 16);
+            const int addr = (arg >> 8) & 0xFFF;
+            if (addr == failReadAddress)
+                return std::vector<std::string> { "N" };
+            std::string reply = "R";
+            for (int i = 0; i < 32; ++i)
+            {
+                const int a = addr + i;
+                char buf[3];
+                snprintf(buf, sizeof buf, "%02X", a == spoilAddress ? memory[(size_t) a] ^ 0xFF : memory[(size_t) a]);
+                reply += buf;
+            }
+            return std::vector<std::string> { reply };
+        }
+        return std::nullopt;
+    }
+};
+}
+
+TEST_F(XferDualConsole, EepromTestPassesOnAGoodDiskpack)
+{
+    board->setHandler(DiskpackEeprom());
+    ASSERT_TRUE(console->key('W'));
+    ASSERT_TRUE(console->waitFor("Test diskpack EEPROM (which): "));
+    console->line("1");
+    ASSERT_TRUE(console->waitFor("1\nPassed\n"));
+    ASSERT_TRUE(console->waitForKeyMode());
+    const auto wire = board->takeReceived();
+    ASSERT_EQ(wire.size(), 32u); // 16 writes, then 16 reads
+    // Page 8 wraps the pattern: its bytes hold 0 to 31 again.
+    EXPECT_EQ(wire[8].substr(0, 13), "W110020000102");
+    EXPECT_EQ(wire[16], "R100020");
+}
+
+TEST_F(XferDualConsole, EepromTestReportsTheFirstDifferenceOfEachPage)
+{
+    DiskpackEeprom eeprom;
+    eeprom.spoilAddress = 3 * 32 + 5;
+    board->setHandler(eeprom);
+    ASSERT_TRUE(console->key('W'));
+    ASSERT_TRUE(console->waitFor("Test diskpack EEPROM (which): "));
+    console->line("0");
+    ASSERT_TRUE(console->waitFor("Compare fail page 3 byte 05 exp 65 act 9a\nFailed\n"));
+    ASSERT_TRUE(console->waitForKeyMode());
+}
+
+TEST_F(XferDualConsole, EepromTestVerdictAfterAReadOrWriteFailure)
+{
+    DiskpackEeprom eeprom;
+    eeprom.failReadAddress = 5 * 32;
+    board->setHandler(eeprom);
+    ASSERT_TRUE(console->key('W'));
+    ASSERT_TRUE(console->waitFor("Test diskpack EEPROM (which): "));
+    console->line("0");
+    // The pages read before the failure matched, so the verdict stands.
+    ASSERT_TRUE(console->waitFor("0\nFailed reading page 5\nPassed\n"));
+    ASSERT_TRUE(console->waitForKeyMode());
+
+    DiskpackEeprom broken;
+    broken.failWriteAddress = 2 * 32;
+    board->setHandler(broken);
+    board->takeReceived();
+    ASSERT_TRUE(console->key('W'));
+    ASSERT_TRUE(console->waitFor("Test diskpack EEPROM (which): "));
+    console->line("0");
+    ASSERT_TRUE(console->waitFor("0\nFailed writing page 2\n"));
+    ASSERT_TRUE(console->waitForKeyMode());
+    EXPECT_EQ(board->takeReceived().size(), 3u) << "pages 0 to 2 written, no reads after the failure";
+    EXPECT_EQ(console->takeOutput(), "");
+}
+
+TEST_F(XferDualConsole, EventsArePrintedAsTheyArrive)
+{
+    expectEvents({
+        { "t1E28", "Board temp: 30  SAS temp: 40\n" },
+        { "p11E", "Diskpack 1 temperature: 30 deg\n" },
+        { "i13", "Diskpack 1 event: present FAULT\n" },
+        { "i11", "Diskpack 1 event: present\n" },
+        { "i00", "Diskpack 0 event: absent\n" },
+        { "b11", "Diskpack 1 eject button: down\n" },
+        { "b10", "Diskpack 1 eject button: up\n" },
+        { "l00", "Diskpack 0 LED event: off\n" },
+        { "dfirmware chatter", "" },
+        { "j1C8", "Diskpack 1 fan speed: 200\n" },
+        { "l11", "Diskpack 1 LED event: on\n" },
+    });
+}
