@@ -4,7 +4,6 @@
 
 namespace
 {
-constexpr int threadStopTimeoutMs = 10000;
 constexpr int writeTimeoutMs = 1000;
 constexpr int answerTimeoutMs = 1000;
 constexpr int readDigitTimeoutMs = 100;
@@ -33,7 +32,7 @@ bool XBootFWUpdater::startFirmwareUpdate()
         return false;
     // From here on the bootloader owns the wire: nothing may read its answers
     // as events.
-    serial->stopThread(threadStopTimeoutMs);
+    serial->stopThread(ControlBoard::threadStopTimeoutMs);
     return serial->sendCommand('%', "UP");
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "boardsim/faults.h"
+#include "boardsim/personality_serial.h"
 #include "boardsim/wire.h"
 
 namespace boardsim {
@@ -14,26 +15,17 @@ constexpr std::size_t kReadRequestLength = 1 + 4;
 // Where a stalled page read breaks off, in bytes of the page.
 constexpr std::size_t kStallOffset = 100;
 
-// Upper-case hex only: the product always sends it that way, so a bootloader
-// that took lower case would hide a regression.
+// Upper-case hex only, like the boards' own commands.
 bool upperHexDecode(const std::string& text, std::vector<unsigned char>& bytes)
 {
     if (text.size() % 2 != 0)
         return false;
-    auto digit = [](char c) {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    };
     bytes.clear();
     for (std::size_t i = 0; i < text.size(); i += 2) {
-        const int hi = digit(text[i]);
-        const int lo = digit(text[i + 1]);
-        if (hi < 0 || lo < 0)
+        int value = 0;
+        if (!serial::hexArg(text.substr(i, 2), 2, value))
             return false;
-        bytes.push_back(static_cast<unsigned char>(hi * 16 + lo));
+        bytes.push_back(static_cast<unsigned char>(value));
     }
     return true;
 }
