@@ -79,7 +79,6 @@ TEST_F(Diskpack, TextLimitsRefuseWithoutSending)
     EXPECT_FALSE(board.setNumTextPages(-1));
     EXPECT_TRUE(board.sent.isEmpty()) << board.sent.joinIntoString("|");
     EXPECT_TRUE(log.lines().isEmpty());
-    EXPECT_EQ(board.getMaxTextPages(), 23);
 }
 
 TEST_F(Diskpack, TextPagesSelectThePageFirst)
@@ -121,9 +120,6 @@ TEST_F(Diskpack, RepliesAreDecoded)
     board.willReply("R96");
     EXPECT_TRUE(board.getBatteryVoltage(a));
     EXPECT_EQ(a, 3000);
-    EXPECT_TRUE(board.getBatteryVoltageRange(a, b));
-    EXPECT_EQ(a, 2700);
-    EXPECT_EQ(b, 3500);
 
     board.willReply("R1234");
     EXPECT_TRUE(board.getOperatingHours(a));

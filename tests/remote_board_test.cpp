@@ -39,15 +39,6 @@ struct Remote : ::testing::Test
 };
 } // namespace
 
-TEST_F(Remote, SearchesFasterThanTheOtherBoards)
-{
-    EXPECT_EQ(board.getBaudRate(), 115200);
-    EXPECT_TRUE(board.isUsb());
-    EXPECT_EQ(board.firstSearchPort(), 0);
-    EXPECT_EQ(board.numSearchPorts(), 9);
-    EXPECT_STREQ(board.boardIdString(), "Remote Control AVR board");
-}
-
 TEST_F(Remote, SettersPutTheirArgumentOnTheWire)
 {
     board.setContrast(9);

@@ -38,8 +38,6 @@ TEST_F(Transfer, FanSpeedClampsAndPwmIndexIsChecked)
     EXPECT_TRUE(board.setFanPwmFreq(3));
     EXPECT_TRUE(board.setFanPwmFreq(0));
     EXPECT_EQ(board.sent, (juce::StringArray { "FFF", "F00", "W3", "W0" }));
-    EXPECT_EQ(board.getMaxFanSpeed(), 255);
-    EXPECT_EQ(board.getMinFanStartSpeed(), 50);
 }
 
 TEST_F(Transfer, LedStateIsSentOnlyOnChange)
