@@ -187,6 +187,8 @@ TEST_F(SimBoard, ABoardWaitingInItsBootloaderIsFoundByTheBootloaderIdentity)
     // last character of the board's version text.
     struct Recovering : DiskpackBoard
     {
+        // Closed here, while this is still the object the board's thread runs.
+        ~Recovering() override { closeBoard(false); }
         const char* boardIdString() const override { return "(bootloader) Diskpack board"; }
     } recovering;
     ASSERT_TRUE(recovering.findAndOpen(1));

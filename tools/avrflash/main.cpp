@@ -190,6 +190,9 @@ template <class Board>
 class InBootloader : public Board
 {
 public:
+    // Closed here, while this is still the object the board's thread runs.
+    ~InBootloader() override { this->closeBoard(false); }
+
     const char* boardIdString() const override { return identity.c_str(); }
 
 private:
