@@ -48,7 +48,8 @@ void Personality::handle(const std::string& line, Replier& out)
         // Every board's application hands over to the bootloader the same way.
         out.ok();
         out.become(makeBootloaderPersonality(info_));
-    } else if (!command(line, out)) {
+    } else if (line.empty() || !command(line, out)) {
+        // No board command is empty; command() may count on a letter.
         out.refuse();
     }
 }
