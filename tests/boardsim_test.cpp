@@ -381,7 +381,7 @@ TEST(BoardsimFaults, SpecsParseAndBadOnesLeaveFaultsAlone)
         EXPECT_FALSE(applyFaultSpec(f, bad, error)) << bad;
         EXPECT_FALSE(error.empty()) << bad;
     }
-    EXPECT_EQ(f.nackEvery, 3u) << "a rejected spec changed the faults";
+    EXPECT_EQ(f.nackEvery, 3u) << "a rejected setting changed the faults";
 
     ASSERT_TRUE(applyFaultSpec(f, "clear", error));
     EXPECT_FALSE(f.any());
@@ -954,7 +954,7 @@ TEST(BoardsimProgram, HelpDocumentsOptionsFaultsAndControlLines)
     for (const char* needle : {"--dir", "--board", "--id", "--version", "--name", "--fault", "--log",
                                "nack-every=N", "drop-every=N", "junk-before=TEXT", "highbit-before",
                                "delay-ms=N", "nack-identify=N", "baud=RATE", "event B TEXT", "send B HEX",
-                               "unplug B", "plug B", "fault B SPEC", "quit", "Diskpack board"})
+                               "unplug B", "plug B", "fault B FAULT", "quit", "Diskpack board"})
         EXPECT_NE(text.find(needle), std::string::npos) << needle;
 }
 

@@ -51,8 +51,8 @@ bool Board::start(std::string& error)
         error = std::string("unknown board letter '") + config_.letter + "'";
         return false;
     }
-    for (const auto& spec : config_.faults)
-        if (!applyFaultSpec(faults_, spec, error))
+    for (const auto& setting : config_.faults)
+        if (!applyFaultSpec(faults_, setting, error))
             return false;
     wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wakeFd_ < 0) {
@@ -466,11 +466,11 @@ std::string Board::plug()
     });
 }
 
-std::string Board::setFault(const std::string& spec)
+std::string Board::setFault(const std::string& setting)
 {
-    return call([this, spec] {
+    return call([this, setting] {
         std::string error;
-        applyFaultSpec(faults_, spec, error);
+        applyFaultSpec(faults_, setting, error);
         return error;
     });
 }

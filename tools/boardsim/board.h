@@ -47,7 +47,7 @@ public:
     std::string sendRaw(const std::string& bytes);
     std::string unplug();
     std::string plug();
-    std::string setFault(const std::string& spec);
+    std::string setFault(const std::string& setting);
     std::string personalityControl(const std::string& verb, const std::string& args);
 
 private:

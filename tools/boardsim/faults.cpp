@@ -27,12 +27,12 @@ static bool parseUnsigned(const std::string& text, unsigned long max, unsigned& 
     return true;
 }
 
-bool applyFaultSpec(Faults& faults, const std::string& spec, std::string& error)
+bool applyFaultSpec(Faults& faults, const std::string& setting, std::string& error)
 {
-    const auto eq = spec.find('=');
-    const std::string key = spec.substr(0, eq);
+    const auto eq = setting.find('=');
+    const std::string key = setting.substr(0, eq);
     const bool hasValue = eq != std::string::npos;
-    const std::string value = hasValue ? spec.substr(eq + 1) : std::string();
+    const std::string value = hasValue ? setting.substr(eq + 1) : std::string();
 
     auto number = [&](unsigned min, unsigned long max, unsigned& out) {
         unsigned v = 0;
@@ -91,7 +91,7 @@ bool applyFaultSpec(Faults& faults, const std::string& spec, std::string& error)
         else if (!number(1, 1000000, count))
             return false;
     } else {
-        error = "unknown fault '" + spec + "'";
+        error = "unknown fault '" + setting + "'";
         return false;
     }
     faults = std::move(next);

@@ -23,11 +23,11 @@ struct Faults {
     bool any() const;
 };
 
-// Applies one SPEC ("nack-every=3", "highbit-before", "clear", ...) to
+// Applies one FAULT ("nack-every=3", "highbit-before", "clear", ...) to
 // `faults`. On error `faults` is unchanged and `error` says why.
-bool applyFaultSpec(Faults& faults, const std::string& spec, std::string& error);
+bool applyFaultSpec(Faults& faults, const std::string& setting, std::string& error);
 
-// One line per SPEC form, for --help.
+// One line per FAULT form, for --help.
 const char* faultSpecHelp();
 
 } // namespace boardsim

@@ -168,7 +168,7 @@ std::string usageText()
     return std::string(
                "Usage: boardsim --dir DIR [--log] [--verbose]\n"
                "                --board LETTER [--id N] [--version TEXT] [--name NAME] [--bootloader]\n"
-               "                [--fault SPEC]...\n"
+               "                [--fault FAULT]...\n"
                "                [--board ...]...\n"
                "\n"
                "Emulates serial boards on pseudo-terminals. Each board is published as the\n"
@@ -188,7 +188,7 @@ std::string usageText()
            "                  of the board on the command line from 0)\n"
            "  --bootloader    start waiting in the bootloader, as a board whose update broke\n"
            "                  off does\n"
-           "  --fault SPEC    misbehave as SPEC says; may be repeated:\n" +
+           "  --fault FAULT   misbehave as FAULT says; may be repeated:\n" +
            faultSpecHelp() +
            "\n"
            "Boards answer \"?\" with the identity and version, \"@\" with R<id>, \"!\" with OK,\n"
@@ -208,7 +208,7 @@ std::string usageText()
            "  send B HEX      send raw bytes (hex pairs, spaces allowed) from board B\n"
            "  unplug B        remove B's symlink and close its pty (the device vanishes)\n"
            "  plug B          give B a new pty and publish it under the same name\n"
-           "  fault B SPEC    add a fault to B; 'fault B clear' removes them all\n"
+           "  fault B FAULT   add a fault to B; 'fault B clear' removes them all\n"
            "  quit            remove the symlinks and exit (also on stdin EOF, SIGINT, SIGTERM)\n"
            "Other 'VERB B ARGS' lines go to board B's personality, if it knows VERB.\n"
            + serialBoardControlHelp() +

@@ -11,7 +11,7 @@ struct BoardConfig {
     int id = 0;
     std::string version = "V1.00";
     std::string name;                // filled with the default when --name is absent
-    std::vector<std::string> faults; // fault SPECs, applied in order
+    std::vector<std::string> faults; // fault FAULTs, applied in order
     bool bootloader = false;         // start waiting in the bootloader
 };
 

@@ -120,7 +120,7 @@ std::string Simulator::control(const std::string& line)
         error = board->plug();
     } else if (verb == "fault") {
         if (!hasRest)
-            return needsArgument("a fault SPEC or 'clear'");
+            return needsArgument("a fault FAULT or 'clear'");
         error = board->setFault(rest);
     } else {
         error = board->personalityControl(verb, rest);
