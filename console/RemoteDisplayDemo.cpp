@@ -57,6 +57,7 @@ Meter meters[numMeters];
 Timecode timecode;
 int countdownA = countdownAStart;
 int countdownB = countdownBStart;
+int64_t lastTimecode = 0, lastMeters = 0, lastCountdown = 0;
 
 void send(const std::vector<unsigned char>& bytes)
 {
@@ -275,6 +276,7 @@ void begin(RemoteBoard& target)
     timecode = Timecode();
     countdownA = countdownAStart;
     countdownB = countdownBStart;
+    lastTimecode = lastMeters = lastCountdown = 0;
     subScreen = false;
     drawMainScreen();
     running = true;
@@ -337,54 +339,54 @@ void menuEvent(uint32_t keys, uint32_t rotor, int steps)
     }
 }
 
+void animate(int64_t now)
+{
+    const juce::ScopedLock sl(displayLock);
+    if (!running)
+        return;
+    if (subScreen)
+    {
+        // Paused: pick up from here on return instead of catching up.
+        lastTimecode = lastMeters = lastCountdown = now;
+        return;
+    }
+    if (now - lastTimecode >= 4)
+    {
+        lastTimecode = now;
+        timecode.advance();
+        std::vector<unsigned char> out;
+        drawTimecode(out);
+        send(out);
+    }
+    if (now - lastMeters >= 8)
+    {
+        lastMeters = now;
+        for (auto& m : meters)
+            m.update(std::rand());
+        std::vector<unsigned char> out;
+        drawMeters(out);
+        send(out);
+    }
+    if (now - lastCountdown >= 50)
+    {
+        lastCountdown = now;
+        countdownA = countdownA == 0 ? countdownAStart : countdownA - 1;
+        countdownB = countdownB == 0 ? countdownBStart : countdownB - 1;
+        std::vector<unsigned char> out;
+        drawCountdowns(out);
+        send(out);
+    }
+}
+
 void run(RemoteBoard& target)
 {
     begin(target);
 
     const juce::int64 ticksPerHundredth = std::max<juce::int64>(1, juce::Time::getHighResolutionTicksPerSecond() / 100);
     const juce::int64 start = juce::Time::getHighResolutionTicks();
-    juce::int64 lastTimecode = 0, lastMeters = 0, lastCountdown = 0;
-
     while (stopFlag == 0 && !kbhit())
     {
-        const juce::int64 now = (juce::Time::getHighResolutionTicks() - start) / ticksPerHundredth;
-        {
-            const juce::ScopedLock sl(displayLock);
-            if (subScreen)
-            {
-                // Paused: pick up from here on return instead of catching up.
-                lastTimecode = lastMeters = lastCountdown = now;
-            }
-            else
-            {
-                if (now - lastTimecode >= 4)
-                {
-                    lastTimecode = now;
-                    timecode.advance();
-                    std::vector<unsigned char> out;
-                    drawTimecode(out);
-                    send(out);
-                }
-                if (now - lastMeters >= 8)
-                {
-                    lastMeters = now;
-                    for (auto& m : meters)
-                        m.update(std::rand());
-                    std::vector<unsigned char> out;
-                    drawMeters(out);
-                    send(out);
-                }
-                if (now - lastCountdown >= 50)
-                {
-                    lastCountdown = now;
-                    countdownA = countdownA == 0 ? countdownAStart : countdownA - 1;
-                    countdownB = countdownB == 0 ? countdownBStart : countdownB - 1;
-                    std::vector<unsigned char> out;
-                    drawCountdowns(out);
-                    send(out);
-                }
-            }
-        }
+        animate((juce::Time::getHighResolutionTicks() - start) / ticksPerHundredth);
         juce::Thread::sleep(1);
     }
     if (stopFlag == 0)

@@ -82,8 +82,10 @@ namespace RemoteDisplayDemo
         encoder steps. Called on the board's event thread. */
     void menuEvent(uint32_t keys, uint32_t rotor, int steps);
 
-    /** What run() does around its loop; exposed so the menu can be driven
-        without the animation. */
+    /** What run() does around its loop, and one turn of the loop at `now`
+        hundredths of a second after begin(): exposed so that the menu and
+        the animation can be driven without a keyboard or a clock. */
     void begin(RemoteBoard& board);
+    void animate(int64_t now);
     void end();
 }

@@ -17,3 +17,5 @@ avrtest_add_test(console_boards_test SOURCES
   console/console_xferdual_test.cpp
   console/console_remote_test.cpp
   LIBS avrtest_consolesupport)
+avrtest_add_test(console_threads_test THREADED SOURCES console/console_threads_test.cpp
+  LIBS avrconsole avrtest_testsupport)

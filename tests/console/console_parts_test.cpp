@@ -64,41 +64,6 @@ TEST(ConsoleArguments, LinkPortIdAndCheckFlag)
     EXPECT_EQ(parseArguments(3, junk).id, 0);
 }
 
-TEST(ConsoleBoardKinds, TableMatchesTheBoards)
-{
-    struct Expected
-    {
-        char letter;
-        const char* name;
-        int ids;
-        uint32_t mask;
-        const char* identity;
-    };
-    const Expected expected[] = {
-        { 'c', "chassis", 1, 511, "Chassis board" },
-        { 'd', "diskpack", 4, 7, "Diskpack board" },
-        { 'r', "remote", 1, 63, "Remote Control AVR board" },
-        { 't', "desktop transfer station", 1, 31, "Desktop Transfer Station board" },
-        { 'u', "xfer drive dual", 1, 127, "Xfer Drive Dual SAS board" },
-        { 'x', "transfer station", 2, 15, "Transfer Station board" },
-    };
-    for (auto& e : expected)
-    {
-        SCOPED_TRACE(e.letter);
-        const BoardKind* kind = findBoardKind(e.letter);
-        ASSERT_NE(kind, nullptr);
-        EXPECT_STREQ(kind->name, e.name);
-        EXPECT_EQ(kind->idsSearchedInCheckMode, e.ids);
-        EXPECT_EQ(kind->listenerMask, e.mask);
-        std::unique_ptr<HardwareBoard> board(kind->makeBoard());
-        EXPECT_STREQ(board->boardIdString(), e.identity);
-        std::unique_ptr<HardwareBoardEventListener> listener(kind->makeListener(kind->listenerMask));
-        EXPECT_EQ(listener->eventMask, e.mask);
-    }
-    EXPECT_EQ(findBoardKind('b'), nullptr);
-    EXPECT_STREQ(boardKindName(nullptr), "(unknown)");
-}
-
 //==============================================================================
 namespace
 {
@@ -388,4 +353,36 @@ TEST(ConsoleDisplayDemo, KeysOpenAndCloseTheSubScreens)
     board.clearSent();
     menuEvent(keyOptions, 0, 0);
     EXPECT_TRUE(board.sent.isEmpty()) << "no drawing once the demonstration is over";
+}
+
+TEST(ConsoleDisplayDemo, AnimationKeepsItsOwnClockAndPausesUnderASubScreen)
+{
+    using namespace RemoteDisplayDemo;
+    Scripted<RemoteBoard> board;
+    begin(board);
+    board.clearSent();
+
+    animate(3);
+    EXPECT_TRUE(board.sent.isEmpty());
+    animate(4);
+    EXPECT_EQ(drawnTexts(board), (std::vector<std::string> { "00:00:00:01" }));
+    animate(8);
+    EXPECT_EQ(board.sent.size(), 2) << "timecode and meters";
+    EXPECT_EQ(drawnTexts(board), (std::vector<std::string> { "00:00:00:02" }));
+    animate(50);
+    EXPECT_EQ(board.sent.size(), 3) << "timecode, meters and the count-downs";
+    board.clearSent();
+
+    menuEvent(keyOptions, 0, 0);
+    board.clearSent();
+    animate(200);
+    EXPECT_TRUE(board.sent.isEmpty());
+    menuEvent(0, 0, 0);
+    menuEvent(keyBack, 0, 0);
+    board.clearSent();
+    animate(203);
+    EXPECT_TRUE(board.sent.isEmpty()) << "no catching up on the time spent paused";
+    animate(204);
+    EXPECT_EQ(drawnTexts(board), (std::vector<std::string> { "00:00:00:04" }));
+    end();
 }

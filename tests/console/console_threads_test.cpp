@@ -1,0 +1,74 @@
+// The remote's event thread drives the display demonstration's menu while the
+// console thread animates it: both draw under the display lock.
+#include "console/ConsoleListeners.h"
+#include "console/RemoteDisplayDemo.h"
+#include "support/PtyPeer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+namespace
+{
+struct KeyCounter : RemoteBoardEventListener
+{
+    KeyCounter() : RemoteBoardEventListener(keyEventBit) {}
+    void keyEvent(int) override { ++keys; }
+    void rotorEvent(int) override {}
+    void encoderEvent(int) override {}
+    void debugEvent(const char*) override {}
+    void signalEvent(const unsigned short*) override {}
+    void referenceEvent(const unsigned short*) override {}
+    std::atomic<int> keys { 0 };
+};
+}
+
+TEST(ConsoleThreads, RemoteEventsDriveTheDemonstrationWhileItAnimates)
+{
+    TempDevDir dir;
+    PtyPeer peer(dir.path(), "tty.usbserial-REMOTE");
+    std::atomic<int> drawings { 0 };
+    peer.serve([&](const std::string& line) -> std::vector<std::string> {
+        if (line == "?")
+            return { "Remote Control AVR board V1.00" };
+        if (line == "@")
+            return { "R0" };
+        if (!line.empty() && line[0] == 'G')
+        {
+            ++drawings;
+            return { "OK" };
+        }
+        return { "N" };
+    });
+
+    RemoteBoard board;
+    ASSERT_TRUE(board.findAndOpen(0));
+    AVRRemoteEventListener listener(RemoteBoardEventListener::allEvents);
+    KeyCounter counter;
+    board.registerListener(&listener);
+    board.registerListener(&counter);
+
+    RemoteDisplayDemo::begin(board);
+    const std::vector<std::string> round { "k0010", "e02", "r40", "k0000", "k0004", "k0000",
+                                           "k0020", "e01", "k0000", "k0004", "k0000" };
+    constexpr int rounds = 10;
+    for (int i = 0; i < rounds; ++i)
+        for (auto& line : round)
+            peer.writeLine(line);
+
+    const int keysPerRound = 8;
+    int64_t now = 0;
+    const bool delivered = waitUntil([&] {
+        RemoteDisplayDemo::animate(now += 4);
+        return counter.keys.load() >= rounds * keysPerRound;
+    });
+    EXPECT_TRUE(delivered);
+    // Every round ends back on the main screen.
+    EXPECT_TRUE(waitUntil([] { return !RemoteDisplayDemo::subScreenOpen(); }));
+    RemoteDisplayDemo::end();
+    EXPECT_GT(drawings.load(), rounds * 4);
+
+    board.closeBoard(false);
+    board.deregisterListener(&counter);
+    board.deregisterListener(&listener);
+}
