@@ -143,11 +143,19 @@ void Board::runTasks()
 
 void Board::run()
 {
+    constexpr auto speedCheckInterval = std::chrono::milliseconds(10);
+    nextSpeedCheck_ = Clock::now() + speedCheckInterval;
     while (!stopping_) {
         const auto now = Clock::now();
-        int timeout = -1;
+        if (now >= nextSpeedCheck_) {
+            nextSpeedCheck_ = now + speedCheckInterval;
+            std::string error;
+            if (pty_.isOpen() && !pty_.reclaimSpeed(error))
+                diag("changing the pty speed: " + error);
+        }
+        int timeout = millisUntil(nextSpeedCheck_, now);
         if (replyPending_)
-            timeout = millisUntil(replyDue_, now);
+            timeout = std::min(timeout, millisUntil(replyDue_, now));
         if (tickInterval_.count() > 0) {
             const int t = millisUntil(nextTick_, now);
             timeout = timeout < 0 ? t : std::min(timeout, t);

@@ -101,6 +101,7 @@ private:
     std::string pendingBytes_;
     std::chrono::milliseconds tickInterval_{0};
     Clock::time_point nextTick_;
+    Clock::time_point nextSpeedCheck_;
     Clock::time_point wireFree_;
     Clock::time_point rxWireFree_;
     bool masterBroken_ = false;

@@ -96,6 +96,21 @@ bool Pty::toggleSpeed(std::string& error)
     return true;
 }
 
+bool Pty::reclaimSpeed(std::string& error)
+{
+    if (slave_ < 0)
+        return true;
+    termios t{};
+    if (tcgetattr(slave_, &t) != 0) {
+        error = errnoText("tcgetattr");
+        return false;
+    }
+    const speed_t now = cfgetospeed(&t);
+    if (now == B1200 || now == B2400)
+        return true;
+    return toggleSpeed(error);
+}
+
 bool publishLink(const std::string& link, const std::string& target, std::string& error)
 {
     struct stat st {};

@@ -29,6 +29,11 @@ public:
     // that changes nothing and have it refused; our flip guarantees its next
     // request is a change. Speed has no effect on a pty's data.
     bool toggleSpeed(std::string& error);
+    // Puts the speed back to one of ours if the host has configured the port
+    // since the last line: a host that configures, says nothing and comes
+    // back later (a presence check run twice) would otherwise repeat an
+    // unchanged request.
+    bool reclaimSpeed(std::string& error);
 
 private:
     int master_ = -1;
