@@ -72,10 +72,10 @@ void PtyPeer::toggleSpeed()
     tcsetattr(slave, TCSANOW, &tio);
 }
 
-bool PtyPeer::readBytes(std::string& bytes, size_t n, int timeoutMs)
+bool PtyPeer::fill(const std::function<bool()>& enough, int timeoutMs)
 {
     const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
-    while (pending.size() < n)
+    while (!enough())
     {
         const auto now = juce::Time::getMillisecondCounter();
         if (now >= deadline || master < 0)
@@ -90,6 +90,13 @@ bool PtyPeer::readBytes(std::string& bytes, size_t n, int timeoutMs)
         else if (got < 0 && errno != EAGAIN && errno != EINTR)
             return false;
     }
+    return true;
+}
+
+bool PtyPeer::readBytes(std::string& bytes, size_t n, int timeoutMs)
+{
+    if (!fill([&] { return pending.size() >= n; }, timeoutMs))
+        return false;
     bytes = pending.substr(0, n);
     pending.erase(0, n);
     return true;
@@ -97,30 +104,13 @@ bool PtyPeer::readBytes(std::string& bytes, size_t n, int timeoutMs)
 
 bool PtyPeer::readLine(std::string& line, int timeoutMs)
 {
-    const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
-    for (;;)
-    {
-        const auto nl = pending.find('\n');
-        if (nl != std::string::npos)
-        {
-            line = pending.substr(0, nl);
-            pending.erase(0, nl + 1);
-            toggleSpeed();
-            return true;
-        }
-        const auto now = juce::Time::getMillisecondCounter();
-        if (now >= deadline || master < 0)
-            return false;
-        pollfd p { master, POLLIN, 0 };
-        if (poll(&p, 1, (int) (deadline - now)) <= 0)
-            continue;
-        char buf[512];
-        const ssize_t got = ::read(master, buf, sizeof buf);
-        if (got > 0)
-            pending.append(buf, (size_t) got);
-        else if (got < 0 && errno != EAGAIN && errno != EINTR)
-            return false;
-    }
+    if (!fill([&] { return pending.find('\n') != std::string::npos; }, timeoutMs))
+        return false;
+    const auto nl = pending.find('\n');
+    line = pending.substr(0, nl);
+    pending.erase(0, nl + 1);
+    toggleSpeed();
+    return true;
 }
 
 void PtyPeer::write(const std::string& bytes)

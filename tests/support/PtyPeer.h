@@ -68,6 +68,8 @@ public:
 
 private:
     void toggleSpeed();
+    /** Reads from the pty into `pending` until `enough` holds; false on timeout. */
+    bool fill(const std::function<bool()>& enough, int timeoutMs);
     int master = -1, slave = -1;
     std::string link;
     bool fast = false;
