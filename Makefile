@@ -39,7 +39,10 @@ test-tsan: build-tsan
 test: test-plain test-asan test-tsan
 	@echo "All test suites passed (plain, ASan+UBSan, TSan)."
 
-demo: build
+# The demo needs only the console and the emulator.
+demo: deps
+	cmake -S . -B build $(CMAKE_FLAGS)
+	cmake --build build -j $(JOBS) --target avrtest boardsim
 	@scripts/demo.sh
 
 bench: build
