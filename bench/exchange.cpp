@@ -39,13 +39,14 @@ Figures measureLink(int count)
     BenchBoard board;
     if (!board.findAndOpen(-1))
         return f;
+    int hours = 0;
     for (int i = 0; i < 20; ++i)
-        board.syncState();
+        board.sendCommandGetIntResponse('O', 4, hours);
 
     const double cpu0 = cpuSeconds();
     const auto t0 = juce::Time::getMillisecondCounterHiRes();
     for (int i = 0; i < count; ++i)
-        if (!board.syncState())
+        if (!board.sendCommandGetIntResponse('O', 4, hours))
             return f;
     const double elapsed = (juce::Time::getMillisecondCounterHiRes() - t0) / 1000.0;
     const double cpu = cpuSeconds() - cpu0;
@@ -93,7 +94,7 @@ int main(int argc, char** argv)
         const auto link = measureLink(count);
         const auto python = measurePython(dir + "/tty.usbserial-BENCH", count);
 
-        printf("exchange: %d exchanges of \"!\" answered \"OK\", emulated board on an unpaced pty\n", count);
+        printf("exchange: %d exchanges of \"O\" answered \"R\" + 4 hex digits, emulated diskpack on an unpaced pty\n", count);
         printf("  %-22s %14s %18s\n", "client", "exchanges/s", "CPU us/exchange");
         auto row = [](const char* name, const Figures& f) {
             if (f.ok)

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Reference client for bench/exchange: the same command exchange as the
-board link, written with python3-serial. Prints "<exchanges/s> <cpu us/exchange>"."""
+board link (the operating-hours request "O", answered "R" and four hex
+digits), written with python3-serial. Prints "<exchanges/s> <cpu us/exchange>"."""
 import resource
 import sys
 import time
@@ -15,14 +16,14 @@ def main():
     port.reset_input_buffer()
 
     def exchange():
-        port.write(b"!\n")
+        port.write(b"O\n")
         while True:
             line = port.readline()
             if not line:
                 raise SystemExit("timeout waiting for a reply")
             line = line.rstrip(b"\r\n")
             if line == b"OK" or line == b"N" or line.startswith(b"R"):
-                return line == b"OK"
+                return line.startswith(b"R") and len(line) == 5
 
     for _ in range(20):
         exchange()
