@@ -15,21 +15,6 @@ constexpr std::size_t kReadRequestLength = 1 + 4;
 // Where a stalled page read breaks off, in bytes of the page.
 constexpr std::size_t kStallOffset = 100;
 
-// Upper-case hex only, like the boards' own commands.
-bool upperHexDecode(const std::string& text, std::vector<unsigned char>& bytes)
-{
-    if (text.size() % 2 != 0)
-        return false;
-    bytes.clear();
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        int value = 0;
-        if (!serial::hexArg(text.substr(i, 2), 2, value))
-            return false;
-        bytes.push_back(static_cast<unsigned char>(value));
-    }
-    return true;
-}
-
 class BootloaderPersonality : public Personality {
 public:
     explicit BootloaderPersonality(BoardInfo info) : Personality(std::move(info)) {}
@@ -104,7 +89,8 @@ private:
     {
         std::vector<unsigned char> bytes;
         unsigned sum = 0;
-        const bool decoded = upperHexDecode(request_.substr(1), bytes);
+        // Upper-case hex only, like the boards' own commands.
+        const bool decoded = serial::hexBytes(request_.substr(1), bytes);
         if (decoded)
             for (unsigned char b : bytes)
                 sum += b;
@@ -126,7 +112,7 @@ private:
     void readPage(Faults& faults, Replier& out)
     {
         std::vector<unsigned char> number;
-        if (!upperHexDecode(request_.substr(1), number))
+        if (!serial::hexBytes(request_.substr(1), number))
             return; // not a request it understands: no answer
         const std::size_t page = number[0] << 8 | number[1];
         std::string bytes(BootloaderState::kPageSize, static_cast<char>(0xFF));

@@ -33,85 +33,69 @@ constexpr int kBays = 4;
 constexpr int kLocked = 0x40;
 constexpr int kPowered = 0x80;
 
-class ChassisPersonality : public Personality {
+class ChassisPersonality : public serial::LetterBoard {
 public:
-    explicit ChassisPersonality(BoardInfo info) : Personality(std::move(info)) {}
+    explicit ChassisPersonality(BoardInfo info) : LetterBoard(std::move(info)) {}
 
     bool control(const std::string& verb, const std::string& args, Replier& out, std::string& error) override
     {
         const auto w = serial::words(args);
         int v = 0;
         if (verb == "insert" || verb == "eject") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], 0, kBays - 1, v)) {
-                error = verb + " needs a bay 0..3";
-                return false;
-            }
+            if (w.size() != 1 || !serial::decimalArg(w[0], 0, kBays - 1, v))
+                return fail(error, verb + " needs a bay 0..3");
             present_[static_cast<std::size_t>(v)] = verb == "insert";
             out.event(bayEvent(v));
             return true;
         }
         if (verb == "dvd") {
-            if (!w.empty()) {
-                error = "dvd takes only a board";
-                return false;
-            }
+            if (!w.empty())
+                return fail(error, "dvd takes only a board");
             out.event("e");
             return true;
         }
         if (verb == "volume" || verb == "brightness") {
             const int max = verb == "volume" ? 31 : 15;
-            if (w.size() != 1 || !serial::decimalArg(w[0], 0, max, v)) {
-                error = verb + " needs 0.." + std::to_string(max);
-                return false;
-            }
+            if (w.size() != 1 || !serial::decimalArg(w[0], 0, max, v))
+                return fail(error, verb + " needs 0.." + std::to_string(max));
             (verb == "volume" ? volume_ : brightness_) = v;
             out.event((verb == "volume" ? "v" : "r") + hex(v, 2));
             return true;
         }
         if (verb == "shuttle") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v)) {
-                error = "shuttle needs -128..127";
-                return false;
-            }
+            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v))
+                return fail(error, "shuttle needs -128..127");
             shuttle_ = v;
             out.event("s" + serial::signedByteHex(v));
             return true;
         }
         if (verb == "button") {
-            if (w.size() != 1 || !serial::hexControlArg(w[0], 2, v)) {
-                error = "button needs a hex code 00..FF";
-                return false;
-            }
+            if (w.size() != 1 || !serial::hexControlArg(w[0], 2, v))
+                return fail(error, "button needs a hex code 00..FF");
             out.event("t" + hex(v, 2));
             return true;
         }
         if (verb == "connect") {
             bool on = false;
-            if (w.size() != 2 || !serial::decimalArg(w[0], 0, 1, v) || !flagArg(w[1], on)) {
-                error = "connect needs a bay 0..1 and 0 or 1";
-                return false;
-            }
+            if (w.size() != 2 || !serial::decimalArg(w[0], 0, 1, v) || !flagArg(w[1], on))
+                return fail(error, "connect needs a bay 0..1 and 0 or 1");
             connected_[static_cast<std::size_t>(v)] = on;
             return true;
         }
-        if (verb == "check")
-            return serial::checkState(state(), args, error);
-        return Personality::control(verb, args, out, error);
+        return LetterBoard::control(verb, args, out, error);
     }
 
 protected:
-    bool command(const std::string& line, Replier& out) override
+    bool letterCommand(char letter, const std::string& arg, Replier& out) override
     {
-        const char letter = line[0];
-        const std::string arg = line.substr(1);
         int v = 0;
         switch (letter) {
         case 'V':
-            return setRange(arg, 31, volume_, out);
+            return setHex(arg, 2, 31, volume_, out);
         case 'R':
-            return setRange(arg, 15, brightness_, out);
+            return setHex(arg, 2, 15, brightness_, out);
         case 'L':
-            return setRange(arg, 31, led_, out);
+            return setHex(arg, 2, 31, led_, out);
         case 'I':
             return setFlag(arg, inverter_, out);
         case 'A':
@@ -123,23 +107,15 @@ protected:
             setBay(letter - 'A', v, out);
             return true;
         case 'T':
-            if (!arg.empty())
-                return false;
-            shuttle_ = 0;
-            out.ok();
-            return true;
+            if (arg.empty())
+                shuttle_ = 0;
+            return accept(arg.empty(), out);
         case 'W':
-            if (!arg.empty())
-                return false;
-            ++commits_;
-            out.ok();
-            return true;
+            if (arg.empty())
+                ++commits_;
+            return accept(arg.empty(), out);
         case 'F':
-            if (firstFirmware() || !hexArg(arg, 2, v))
-                return false;
-            colour_ = v;
-            out.ok();
-            return true;
+            return !firstFirmware() && setHex(arg, 2, 0xFF, colour_, out);
         case 'P':
             return !firstFirmware() && setFlag(arg, ambient_, out);
         case 'S':
@@ -162,27 +138,25 @@ protected:
         out.event("r" + hex(brightness_, 2));
     }
 
+    serial::StateFields state() const override
+    {
+        serial::StateFields s{{"volume", std::to_string(volume_)},
+                              {"brightness", std::to_string(brightness_)},
+                              {"inverter", inverter_ ? "1" : "0"},
+                              {"led", hex(led_, 2)},
+                              {"colour", hex(colour_, 2)},
+                              {"ambient", ambient_ ? "1" : "0"},
+                              {"screensaver", screenSaver_ ? "1" : "0"},
+                              {"shuttle", std::to_string(shuttle_)},
+                              {"commits", std::to_string(commits_)}};
+        for (int bay = 0; bay < kBays; ++bay)
+            s["bay" + std::to_string(bay)] = hex(control_[static_cast<std::size_t>(bay)], 2);
+        return s;
+    }
+
 private:
     bool firstFirmware() const { return info().version == "V1.00"; }
     bool knowsConnection() const { return std::strncmp(info().version.c_str(), "V2.5", 4) >= 0; }
-
-    bool setRange(const std::string& arg, int max, int& field, Replier& out)
-    {
-        int v = 0;
-        if (!hexArg(arg, 2, v) || v > max)
-            return false;
-        field = v;
-        out.ok();
-        return true;
-    }
-
-    bool setFlag(const std::string& arg, bool& field, Replier& out)
-    {
-        if (!flagArg(arg, field))
-            return false;
-        out.ok();
-        return true;
-    }
 
     void setBay(int bay, int value, Replier& out)
     {
@@ -199,22 +173,6 @@ private:
         const auto b = static_cast<std::size_t>(bay);
         const int bits = (present_[b] ? 1 : 0) | ((control_[b] & kLocked) ? 2 : 0);
         return std::string(1, static_cast<char>('a' + bay)) + hex(bits, 1);
-    }
-
-    serial::StateFields state() const
-    {
-        serial::StateFields s{{"volume", std::to_string(volume_)},
-                              {"brightness", std::to_string(brightness_)},
-                              {"inverter", inverter_ ? "1" : "0"},
-                              {"led", hex(led_, 2)},
-                              {"colour", hex(colour_, 2)},
-                              {"ambient", ambient_ ? "1" : "0"},
-                              {"screensaver", screenSaver_ ? "1" : "0"},
-                              {"shuttle", std::to_string(shuttle_)},
-                              {"commits", std::to_string(commits_)}};
-        for (int bay = 0; bay < kBays; ++bay)
-            s["bay" + std::to_string(bay)] = hex(control_[static_cast<std::size_t>(bay)], 2);
-        return s;
     }
 
     std::array<int, kBays> control_{};

@@ -38,11 +38,11 @@
 
 #include <array>
 
-#include "boardsim/sas_expander.h"
-
 namespace boardsim {
 
 namespace {
+
+using serial::hex;
 
 constexpr int kEepromBlocks = 10;
 constexpr int kEepromBlockSize = 32;
@@ -89,10 +89,10 @@ protected:
             return true;
         }
         if (bytes[0] == 0x01 && bytes.size() == 2) {
-            std::string hex;
+            std::string text;
             for (int i = 0; i < kEepromBlockSize; ++i)
-                hex += hexDigits(eeprom_[at + static_cast<std::size_t>(i)], 2);
-            out.data(hex);
+                text += hex(eeprom_[at + static_cast<std::size_t>(i)], 2);
+            out.data(text);
             return true;
         }
         return false;
@@ -118,11 +118,9 @@ private:
     std::array<std::uint8_t, kEepromBlocks * kEepromBlockSize> eeprom_{};
 };
 
-class DesktopPersonality : public Personality {
+class DesktopPersonality : public SasBoard {
 public:
-    explicit DesktopPersonality(BoardInfo info) : Personality(std::move(info)) {}
-
-    std::chrono::milliseconds tickInterval() const override { return std::chrono::milliseconds(2000); }
+    explicit DesktopPersonality(BoardInfo info) : SasBoard(std::move(info), std::make_unique<DesktopExpander>()) {}
 
     void tick(Replier& out) override
     {
@@ -132,14 +130,12 @@ public:
 
     bool control(const std::string& verb, const std::string& args, Replier& out, std::string& error) override
     {
-        const auto w = splitWords(args);
+        const auto w = serial::words(args);
         long long n = 0;
         if (verb == "insert") {
             long long disks = 4;
-            if (w.size() > 1 || (w.size() == 1 && (!parseNumber(w[0], disks) || disks < 0 || disks > 4))) {
-                error = "insert takes an optional disk count 0..4";
-                return false;
-            }
+            if (w.size() > 1 || (w.size() == 1 && !numberArg(w[0], 0, 4, disks)))
+                return fail(error, "insert takes an optional disk count 0..4");
             present_ = true;
             disks_ = static_cast<int>(disks);
             updateDisks();
@@ -147,118 +143,70 @@ public:
             return true;
         }
         if (verb == "eject") {
-            if (!w.empty()) {
-                error = "eject takes only a board";
-                return false;
-            }
+            if (!w.empty())
+                return fail(error, "eject takes only a board");
             present_ = false;
             updateDisks();
             out.event("i0");
             return true;
         }
         if (verb == "lever") {
-            if (w.size() != 1 || (w[0] != "open" && w[0] != "closed")) {
-                error = "lever takes open or closed";
-                return false;
-            }
-            leverOpen_ = w[0] == "open";
+            if (!serial::choiceArg(w, "open", "closed", leverOpen_))
+                return fail(error, "lever takes open or closed");
             out.event(leverOpen_ ? "v1" : "v0");
             return true;
         }
         if (verb == "temp") {
-            if (w.size() != 1 || !parseNumber(w[0], n) || n < -128 || n > 127) {
-                error = "temp takes degrees -128..127";
-                return false;
-            }
-            setTemperature(static_cast<int>(n));
+            if (w.size() != 1 || !numberArg(w[0], -128, 127, n))
+                return fail(error, "temp takes degrees -128..127");
+            temperature_.set(static_cast<int>(n));
             if (tempEvents_ && present_)
                 out.event(temperatureEvent());
             return true;
         }
-        if (verb == "phyerrors") {
-            long long count = 0;
-            if (w.size() != 2 || !parseNumber(w[0], n) || n < 0 || n >= expander_.numPhys() ||
-                !parseNumber(w[1], count) || count < 0 || count > 0xFFFFFFFFll) {
-                error = "phyerrors takes a PHY 0..11 and a count";
-                return false;
-            }
-            expander_.setErrorCount(static_cast<int>(n), static_cast<std::uint32_t>(count));
-            return true;
-        }
-        if (verb == "check")
-            return check(w, error);
-        return Personality::control(verb, args, out, error);
+        return SasBoard::control(verb, args, out, error);
     }
 
 protected:
-    bool command(const std::string& line, Replier& out) override
+    bool letterCommand(char letter, const std::string& arg, Replier& out) override
     {
-        const std::string arg = line.substr(1);
-        std::uint32_t v = 0;
-        const bool flag = parseHexDigits(arg, 1, v) && v <= 1;
-        const auto answer = [&out](bool valid, const std::string& payload) {
-            if (valid)
-                out.data(payload);
-            return valid;
-        };
-        switch (line[0]) {
+        const bool noArg = arg.empty();
+        switch (letter) {
         case 'Z':
-            if (!arg.empty())
-                return false;
-            writeProtect_ = false;
-            tempEvents_ = false;
-            ledId_ = 0;
-            out.ok();
-            return true;
-        case 'V':
-            return answer(arg.empty(), hexDigits(battery_, 2));
-        case 'I':
-            return answer(arg.empty() && present_, hexDigits(packId_, 1));
-        case 'U':
-            return answer(arg.empty() && present_, guid_);
-        case 'X':
-            if (!flag)
-                return false;
-            writeProtect_ = v != 0;
-            out.ok();
-            return true;
-        case 'Y':
-            return answer(arg == "0", writeProtect_ ? "1" : "0");
-        case 'P':
-            if (!flag)
-                return false;
-            tempEvents_ = v != 0;
-            out.ok();
-            return true;
-        case 'O':
-            return answer(arg.empty(), hexDigits(hours_, 4));
-        case 'M':
-            return answer(arg.empty(), hexDigits(static_cast<std::uint32_t>(minTemp_) & 0xFF, 2) +
-                                           hexDigits(static_cast<std::uint32_t>(maxTemp_) & 0xFF, 2));
-        case 'L':
-            if (!parseHexDigits(arg, 1, v))
-                return false;
-            out.ok();
-            if (v != led_) {
-                led_ = v;
-                out.event("l" + hexDigits(led_, 1));
+            if (noArg) {
+                writeProtect_ = false;
+                tempEvents_ = false;
+                ledId_ = 0;
             }
-            return true;
+            return accept(noArg, out);
+        case 'V':
+            return answer(noArg, hex(battery_, 2), out);
+        case 'I':
+            return answer(noArg && present_, hex(packId_, 1), out);
+        case 'U':
+            return answer(noArg && present_, guid_, out);
+        case 'X':
+            return setFlag(arg, writeProtect_, out);
+        case 'Y':
+            return answer(arg == "0", writeProtect_ ? "1" : "0", out);
+        case 'P':
+            return setFlag(arg, tempEvents_, out);
+        case 'O':
+            return answer(noArg, hex(hours_, 4), out);
+        case 'M':
+            return answer(noArg, temperature_.extremes(), out);
+        case 'L':
+            return serial::setLedState(arg, led_, out);
         case 'D':
-            if (!flag)
+            if (!serial::flagArg(arg, power_))
                 return false;
-            power_ = v != 0;
             updateDisks();
             out.ok();
             return true;
         case 'H':
-            if (!parseHexDigits(arg, 1, v))
-                return false;
-            ledId_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 1, 0xF, ledId_, out);
         case 'E':
-            return expander_.frame(arg, out);
+            return expander().frame(arg, out);
         default:
             return false;
         }
@@ -268,7 +216,21 @@ protected:
     {
         out.event(present_ ? "i1" : "i0");
         out.event(leverOpen_ ? "v1" : "v0");
-        out.event("l" + hexDigits(led_, 1));
+        out.event("l" + hex(led_, 1));
+    }
+
+    bool boardState(const std::vector<std::string>& key, long long& v) const override
+    {
+        if (key.size() != 1)
+            return false;
+        const std::string& name = key[0];
+        if (name == "led") v = led_;
+        else if (name == "power") v = power_;
+        else if (name == "wp") v = writeProtect_;
+        else if (name == "ledid") v = ledId_;
+        else if (name == "tempevents") v = tempEvents_;
+        else return false;
+        return true;
     }
 
 private:
@@ -277,86 +239,27 @@ private:
         for (int d = 0; d < 4; ++d) {
             const int phy = kDiskPhyTop - d;
             if (present_ && power_ && d < disks_)
-                expander_.attach(phy, 0x5000C500AB000010ull + static_cast<std::uint64_t>(d));
+                expander().attach(phy, 0x5000C500AB000010ull + static_cast<std::uint64_t>(d));
             else
-                expander_.detach(phy);
+                expander().detach(phy);
         }
     }
 
-    void setTemperature(int degrees)
-    {
-        temperature_ = degrees;
-        if (degrees < minTemp_)
-            minTemp_ = degrees;
-        if (degrees > maxTemp_)
-            maxTemp_ = degrees;
-    }
+    std::string temperatureEvent() const { return "p" + temperature_.reading(); }
 
-    std::string temperatureEvent() const
-    {
-        return "p" + hexDigits(static_cast<std::uint32_t>(temperature_) & 0xFF, 2);
-    }
-
-    bool check(const std::vector<std::string>& w, std::string& error) const
-    {
-        long long want = 0;
-        if (w.size() != 2 || !parseNumber(w[1], want)) {
-            error = "check takes KEY VALUE";
-            return false;
-        }
-        long long have = 0;
-        if (!lookup(w[0], have)) {
-            error = "no state '" + w[0] + "'";
-            return false;
-        }
-        if (have != want) {
-            error = w[0] + " is " + std::to_string(have) + ", not " + std::to_string(want);
-            return false;
-        }
-        return true;
-    }
-
-    bool lookup(const std::string& key, long long& v) const
-    {
-        const auto dot = key.find('.');
-        const std::string name = key.substr(0, dot);
-        if (dot == std::string::npos) {
-            if (name == "led") v = led_;
-            else if (name == "power") v = power_;
-            else if (name == "wp") v = writeProtect_;
-            else if (name == "ledid") v = ledId_;
-            else if (name == "tempevents") v = tempEvents_;
-            else if (name == "resets") v = expander_.resetCount();
-            else return false;
-            return true;
-        }
-        long long phy = 0;
-        if (!parseNumber(key.substr(dot + 1), phy) || phy < 0 || phy >= expander_.numPhys())
-            return false;
-        const int p = static_cast<int>(phy);
-        if (name == "rate") v = expander_.rate(p);
-        else if (name == "errors") v = expander_.errorCount(p);
-        else if (name == "held") v = expander_.inReset(p);
-        else return false;
-        return true;
-    }
-
-    DesktopExpander expander_;
     bool present_ = false;
     int disks_ = 4;
     bool leverOpen_ = false;
     bool power_ = false;
     bool writeProtect_ = false;
     bool tempEvents_ = false;
-    std::uint32_t led_ = 0;
-    std::uint32_t ledId_ = 0;
+    int led_ = 0;
+    int ledId_ = 0;
     std::uint32_t battery_ = 0x2A; // 4.2 V
     std::uint32_t packId_ = 5;
     std::string guid_ = "6F1C2A40-8E33-4D1B-9A57-0B3C5D7E9F21";
     std::uint32_t hours_ = 1234;
-    int temperature_ = 30;
-    int minTemp_ = 18;
-    int maxTemp_ = 41;
+    serial::Temperature temperature_{30, 18, 41};
 };
 
 } // namespace

@@ -26,167 +26,90 @@
 namespace boardsim {
 namespace {
 
-using serial::flagArg;
 using serial::hex;
 using serial::hexArg;
 
 constexpr std::size_t kTextLength = 40;
 constexpr int kPages = 24;
 
-class DiskpackPersonality : public Personality {
+class DiskpackPersonality : public serial::LetterBoard {
 public:
-    explicit DiskpackPersonality(BoardInfo info) : Personality(std::move(info)) { resetEeprom(); }
+    explicit DiskpackPersonality(BoardInfo info) : LetterBoard(std::move(info)) { resetEeprom(); }
 
     bool control(const std::string& verb, const std::string& args, Replier& out, std::string& error) override
     {
         const auto w = serial::words(args);
         int v = 0;
         if (verb == "button") {
-            if (w.size() != 1 || !serial::hexControlArg(w[0], 4, v)) {
-                error = "button needs a hex code";
-                return false;
-            }
+            if (w.size() != 1 || !serial::hexControlArg(w[0], 4, v))
+                return fail(error, "button needs a hex code");
             out.event("b" + hex(v, w[0].size() > 2 ? 4 : 2));
             return true;
         }
         if (verb == "temp") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v)) {
-                error = "temp needs degrees -128..127";
-                return false;
-            }
-            setTemperature(v);
+            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v))
+                return fail(error, "temp needs degrees -128..127");
+            temperature_.set(v);
             if (temperatureEvents_)
                 out.event(temperatureEvent());
             return true;
         }
         if (verb == "hours") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], 0, 0xFFFF, v)) {
-                error = "hours needs 0..65535";
-                return false;
-            }
+            if (w.size() != 1 || !serial::decimalArg(w[0], 0, 0xFFFF, v))
+                return fail(error, "hours needs 0..65535");
             hours_ = v;
             return true;
         }
-        if (verb == "check")
-            return serial::checkState(state(), args, error);
-        return Personality::control(verb, args, out, error);
+        return LetterBoard::control(verb, args, out, error);
     }
 
 protected:
-    bool command(const std::string& line, Replier& out) override
+    bool letterCommand(char letter, const std::string& arg, Replier& out) override
     {
-        const char letter = line[0];
-        const std::string arg = line.substr(1);
-        int v = 0;
-        bool on = false;
+        const bool noArg = arg.empty();
         switch (letter) {
         case 'L':
-            if (!hexArg(arg, 2, v))
-                return false;
-            setLed(v, out);
-            return true;
+            return setLed(arg, out);
         case 'A':
-            if (!flagArg(arg, on))
-                return false;
-            monitorActivity_ = on;
-            out.ok();
-            return true;
+            return setFlag(arg, monitorActivity_, out);
         case 'X':
-            if (!flagArg(arg, on))
-                return false;
-            writeProtect_ = on;
-            out.ok();
-            return true;
+            return setFlag(arg, writeProtect_, out);
         case 'Y':
-            if (!arg.empty())
-                return false;
-            out.data(writeProtect_ ? "1" : "0");
-            return true;
+            return answer(noArg, writeProtect_ ? "1" : "0", out);
         case 'D':
-            if (arg.size() > kTextLength)
-                return false;
-            display_ = arg;
-            out.ok();
-            return true;
+            return setText(arg, display_, out);
         case 'B':
-            if (!hexArg(arg, 2, v))
-                return false;
-            displayDrive_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 2, 0xFF, displayDrive_, out);
         case 'S':
-            if (!flagArg(arg, on))
-                return false;
-            scsiIdMsb_ = on;
-            out.ok();
-            return true;
+            return setFlag(arg, scsiIdMsb_, out);
         case 'V':
-            if (!arg.empty())
-                return false;
-            out.data(hex(batteryRaw_, 2));
-            return true;
+            return answer(noArg, hex(batteryRaw_, 2), out);
         case 'T':
-            if (!flagArg(arg, on))
-                return false;
-            temperatureEvents_ = on;
-            out.ok();
-            return true;
+            return setFlag(arg, temperatureEvents_, out);
         case 'P':
-            if (!hexArg(arg, 2, v) || v >= kPages)
-                return false;
-            page_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 2, kPages - 1, page_, out);
         case 'W':
-            if (arg.size() > kTextLength)
-                return false;
-            pages_[static_cast<std::size_t>(page_)] = arg;
-            out.ok();
-            return true;
+            return setText(arg, pages_[static_cast<std::size_t>(page_)], out);
         case 'R':
-            if (!arg.empty())
-                return false;
-            out.data(pages_[static_cast<std::size_t>(page_)]);
-            return true;
+            return answer(noArg, pages_[static_cast<std::size_t>(page_)], out);
         case 'Q':
-            if (!hexArg(arg, 2, v) || v >= kPages)
-                return false;
-            numPages_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 2, kPages - 1, numPages_, out);
         case 'O':
-            if (!arg.empty())
-                return false;
-            out.data(hex(hours_, 4));
-            return true;
+            return answer(noArg, hex(hours_, 4), out);
         case 'M':
-            if (!arg.empty())
-                return false;
-            out.data(serial::signedByteHex(minTemp_) + serial::signedByteHex(maxTemp_));
-            return true;
+            return answer(noArg, temperature_.extremes(), out);
         case 'U':
-            if (!arg.empty())
-                return false;
-            out.data("{6B29FC40-CA47-1067-B31D-00DD010662D" + std::to_string(info().id) + "}");
-            return true;
+            return answer(noArg, "{6B29FC40-CA47-1067-B31D-00DD010662D" + std::to_string(info().id) + "}", out);
         case 'C':
+            return accept(noArg, out);
         case 'Z':
-            if (!arg.empty())
-                return false;
-            if (letter == 'Z')
+            if (noArg)
                 resetEeprom();
-            out.ok();
-            return true;
+            return accept(noArg, out);
         case 'I':
-            if (!arg.empty())
-                return false;
-            out.data("0");
-            return true;
+            return answer(noArg, "0", out);
         case 'E':
-            if (!hexArg(arg, 1, v) || v > 1)
-                return false;
-            out.data("5000C5000000" + hex(info().id, 2) + hex(v, 2));
-            return true;
+            return sasAddress(arg, out);
         case 'G':
             return rail(arg, out);
         default:
@@ -201,8 +124,7 @@ protected:
             out.event(temperatureEvent());
     }
 
-private:
-    serial::StateFields state() const
+    serial::StateFields state() const override
     {
         return {{"led", hex(led_, 2)},
                 {"activity", monitorActivity_ ? "1" : "0"},
@@ -215,27 +137,38 @@ private:
                 {"numpages", std::to_string(numPages_)}};
     }
 
+private:
     bool ledLit() const { return (led_ & 0x3F) != 0; }
 
-    void setLed(int value, Replier& out)
+    bool setLed(const std::string& arg, Replier& out)
     {
         const bool was = ledLit();
-        led_ = value;
-        out.ok();
+        if (!setHex(arg, 2, 0xFF, led_, out))
+            return false;
         if (ledLit() != was)
             out.event(ledLit() ? "l1" : "l0");
+        return true;
     }
 
-    void setTemperature(int degrees)
+    static bool setText(const std::string& arg, std::string& field, Replier& out)
     {
-        temperature_ = degrees;
-        if (degrees < minTemp_)
-            minTemp_ = degrees;
-        if (degrees > maxTemp_)
-            maxTemp_ = degrees;
+        if (arg.size() > kTextLength)
+            return false;
+        field = arg;
+        out.ok();
+        return true;
     }
 
-    std::string temperatureEvent() const { return "t" + serial::signedByteHex(temperature_); }
+    std::string temperatureEvent() const { return "t" + temperature_.reading(); }
+
+    bool sasAddress(const std::string& arg, Replier& out) const
+    {
+        int port = 0;
+        if (!hexArg(arg, 1, port) || port > 1)
+            return false;
+        out.data("5000C5000000" + hex(info().id, 2) + hex(port, 2));
+        return true;
+    }
 
     bool rail(const std::string& arg, Replier& out)
     {
@@ -257,7 +190,7 @@ private:
             p.clear();
         numPages_ = 0;
         page_ = 0;
-        minTemp_ = maxTemp_ = temperature_;
+        temperature_.min = temperature_.max = temperature_.now;
     }
 
     int led_ = 0;
@@ -268,8 +201,7 @@ private:
     bool scsiIdMsb_ = false;
     int batteryRaw_ = 150; // 3.0 V
     bool temperatureEvents_ = false;
-    int temperature_ = 25;
-    int minTemp_ = 25, maxTemp_ = 25;
+    serial::Temperature temperature_{25, 25, 25};
     int hours_ = 1234;
     std::array<std::string, kPages> pages_;
     int page_ = 0;

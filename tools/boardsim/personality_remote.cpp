@@ -22,29 +22,13 @@
 namespace boardsim {
 namespace {
 
-using serial::flagArg;
 using serial::hex;
-using serial::hexArg;
 
 constexpr int kTouchChannels = 10;
 
-bool decodeGraphics(const std::string& text, std::string& bytes)
-{
-    if (text.empty() || text.size() % 2 != 0)
-        return false;
-    bytes.clear();
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        int v = 0;
-        if (!hexArg(text.substr(i, 2), 2, v))
-            return false;
-        bytes += static_cast<char>(v);
-    }
-    return true;
-}
-
-class RemotePersonality : public Personality {
+class RemotePersonality : public serial::LetterBoard {
 public:
-    explicit RemotePersonality(BoardInfo info) : Personality(std::move(info)) {}
+    explicit RemotePersonality(BoardInfo info) : LetterBoard(std::move(info)) {}
 
     void handle(const std::string& line, Replier& out) override
     {
@@ -60,18 +44,14 @@ public:
         const auto w = serial::words(args);
         int v = 0;
         if (verb == "key" || verb == "rotor") {
-            if (w.size() != 1 || !serial::hexControlArg(w[0], 4, v)) {
-                error = verb + " needs a hex value of up to 4 digits";
-                return false;
-            }
+            if (w.size() != 1 || !serial::hexControlArg(w[0], 4, v))
+                return fail(error, verb + " needs a hex value of up to 4 digits");
             out.event((verb == "key" ? "k" : "r") + hex(v, verb == "key" ? 4 : 2));
             return true;
         }
         if (verb == "encoder") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v)) {
-                error = "encoder needs steps -128..127";
-                return false;
-            }
+            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v))
+                return fail(error, "encoder needs steps -128..127");
             out.event("e" + serial::signedByteHex(v));
             return true;
         }
@@ -80,16 +60,11 @@ public:
             return true;
         }
         if (verb == "busy") {
-            if (w.size() != 1 || (w[0] != "on" && w[0] != "off")) {
-                error = "busy needs on or off";
-                return false;
-            }
-            busy_ = w[0] == "on";
+            if (!serial::choiceArg(w, "on", "off", busy_))
+                return fail(error, "busy needs on or off");
             return true;
         }
-        if (verb == "check")
-            return serial::checkState(state(), args, error);
-        return Personality::control(verb, args, out, error);
+        return LetterBoard::control(verb, args, out, error);
     }
 
     std::chrono::milliseconds tickInterval() const override { return std::chrono::milliseconds(250); }
@@ -111,42 +86,23 @@ public:
     }
 
 protected:
-    bool command(const std::string& line, Replier& out) override
+    bool letterCommand(char letter, const std::string& arg, Replier& out) override
     {
-        const char letter = line[0];
-        const std::string arg = line.substr(1);
-        int v = 0;
-        bool on = false;
         switch (letter) {
         case 'C':
         case 'R':
-            if (!hexArg(arg, 1, v))
-                return false;
-            (letter == 'C' ? contrast_ : ring_) = v;
-            out.ok();
-            return true;
+            return setHex(arg, 1, 0xF, letter == 'C' ? contrast_ : ring_, out);
         case 'E':
         case 'I':
-            if (!arg.empty())
-                return false;
-            out.data(hex(letter == 'E' ? contrast_ : ring_, 1));
-            return true;
+            return answer(arg.empty(), hex(letter == 'E' ? contrast_ : ring_, 1), out);
         case 'F':
-            if (!hexArg(arg, 2, v))
-                return false;
-            colour_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 2, 0xFF, colour_, out);
         case 'P':
         case 'Q':
-            if (!flagArg(arg, on))
-                return false;
-            (letter == 'P' ? ambient_ : touchEvents_) = on;
-            out.ok();
-            return true;
+            return setFlag(arg, letter == 'P' ? ambient_ : touchEvents_, out);
         case 'G': {
-            std::string bytes;
-            if (!decodeGraphics(arg, bytes))
+            std::vector<std::uint8_t> bytes;
+            if (arg.empty() || !serial::hexBytes(arg, bytes))
                 return false;
             ++graphics_;
             lastGraphics_ = arg;
@@ -162,8 +118,7 @@ protected:
         }
     }
 
-private:
-    serial::StateFields state() const
+    serial::StateFields state() const override
     {
         return {{"contrast", std::to_string(contrast_)},
                 {"ring", std::to_string(ring_)},
@@ -175,6 +130,7 @@ private:
                 {"message", message_}};
     }
 
+private:
     int contrast_ = 8;
     int ring_ = 4;
     int colour_ = 0;

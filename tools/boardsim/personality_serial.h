@@ -1,15 +1,18 @@
-// Shared pieces of the chassis, diskpack, remote control and transfer station
-// personalities: the argument forms their commands take on the wire and the
-// factories that makePersonality() calls.
+// Shared pieces of the board personalities: the argument forms their commands
+// take on the wire, the state they have in common, the base class of boards
+// whose commands are a letter and its argument, and the factories that
+// makePersonality() calls.
 //
 // The boards read hex digits in upper case only. The product always writes
 // them that way, so a board that accepted lower case would hide a regression.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <map>
 #include <memory>
-#include <vector>
 #include <string>
+#include <vector>
 
 #include "boardsim/personality.h"
 
@@ -25,23 +28,21 @@ std::string serialBoardControlHelp();
 
 namespace serial {
 
-// The value of `text` if it is exactly `digits` upper-case hex digits.
+// The value of `text` if it is exactly `digits` (1..8) upper-case hex digits.
+bool hexArg(const std::string& text, std::size_t digits, std::uint32_t& value);
+
+// The same into an int, which holds at most 7 digits.
 inline bool hexArg(const std::string& text, std::size_t digits, int& value)
 {
-    if (text.size() != digits || digits == 0 || digits > 7)
+    std::uint32_t v = 0;
+    if (digits > 7 || !hexArg(text, digits, v))
         return false;
-    int v = 0;
-    for (char c : text) {
-        if (c >= '0' && c <= '9')
-            v = v * 16 + (c - '0');
-        else if (c >= 'A' && c <= 'F')
-            v = v * 16 + (c - 'A' + 10);
-        else
-            return false;
-    }
-    value = v;
+    value = static_cast<int>(v);
     return true;
 }
+
+// The bytes of `text`, two upper-case hex digits each; empty text is no bytes.
+bool hexBytes(const std::string& text, std::vector<std::uint8_t>& bytes);
 
 // A one-digit switch: "0" or "1".
 inline bool flagArg(const std::string& text, bool& on)
@@ -52,94 +53,111 @@ inline bool flagArg(const std::string& text, bool& on)
     return true;
 }
 
-// `value` as `digits` upper-case hex digits (the low ones).
-inline std::string hex(int value, int digits)
+// A control line's one word that is either `yes` or `no`.
+inline bool choiceArg(const std::vector<std::string>& words, const char* yes, const char* no, bool& value)
 {
-    static const char kDigits[] = "0123456789ABCDEF";
-    std::string s(static_cast<std::size_t>(digits), '0');
-    for (int i = digits - 1; i >= 0; --i) {
-        s[static_cast<std::size_t>(i)] = kDigits[value & 15];
-        value >>= 4;
-    }
-    return s;
-}
-
-// A signed value as the boards send it: two's complement in one byte.
-inline std::string signedByteHex(int value) { return hex(value & 0xFF, 2); }
-
-// Control line arguments: a decimal integer, optionally signed.
-inline bool decimalArg(const std::string& text, long lo, long hi, int& value)
-{
-    if (text.empty() || text.size() > 11)
+    if (words.size() != 1 || (words[0] != yes && words[0] != no))
         return false;
-    std::size_t i = (text[0] == '-' || text[0] == '+') ? 1 : 0;
-    if (i == text.size())
-        return false;
-    long v = 0;
-    for (; i < text.size(); ++i) {
-        if (text[i] < '0' || text[i] > '9')
-            return false;
-        v = v * 10 + (text[i] - '0');
-    }
-    if (text[0] == '-')
-        v = -v;
-    if (v < lo || v > hi)
-        return false;
-    value = static_cast<int>(v);
+    value = words[0] == yes;
     return true;
 }
 
-// Control line arguments: hex of either case, 1 to `maxDigits` digits.
-inline bool hexControlArg(const std::string& text, std::size_t maxDigits, int& value)
-{
-    if (text.empty() || text.size() > maxDigits)
-        return false;
-    std::string upper;
-    for (char c : text)
-        upper += (c >= 'a' && c <= 'f') ? static_cast<char>(c - 'a' + 'A') : c;
-    return hexArg(upper, upper.size(), value);
-}
+// `value` as `digits` upper-case hex digits (the low ones).
+std::string hex(std::uint32_t value, std::size_t digits);
 
-// Splits a control line's arguments at single spaces.
-inline std::vector<std::string> words(const std::string& args)
-{
-    std::vector<std::string> out;
-    std::size_t start = 0;
-    while (start <= args.size()) {
-        const auto end = args.find(' ', start);
-        const std::string w = args.substr(start, end == std::string::npos ? std::string::npos : end - start);
-        if (!w.empty())
-            out.push_back(w);
-        if (end == std::string::npos)
-            break;
-        start = end + 1;
+// A signed value as the boards send it: two's complement in one byte.
+inline std::string signedByteHex(int value) { return hex(static_cast<std::uint32_t>(value) & 0xFF, 2); }
+
+// Control line arguments: a decimal integer, optionally signed.
+bool decimalArg(const std::string& text, long lo, long hi, int& value);
+
+// Control line arguments: hex of either case, 1 to `maxDigits` digits.
+bool hexControlArg(const std::string& text, std::size_t maxDigits, int& value);
+
+// Splits a control line's arguments at spaces.
+std::vector<std::string> words(const std::string& args);
+
+// A temperature sensor and the extremes it has read, kept by the board.
+struct Temperature {
+    int now;
+    int min;
+    int max;
+
+    void set(int degrees)
+    {
+        now = degrees;
+        min = std::min(min, degrees);
+        max = std::max(max, degrees);
     }
-    return out;
-}
+    std::string reading() const { return signedByteHex(now); }
+    // The answer to a min/max query: the lowest, then the highest.
+    std::string extremes() const { return signedByteHex(min) + signedByteHex(max); }
+};
 
 // The state a board shows to "check B FIELD VALUE", each field as text.
 using StateFields = std::map<std::string, std::string>;
 
 // "check B FIELD VALUE" (VALUE may hold spaces, and may be empty): succeeds
 // when the board's FIELD reads exactly VALUE, else says what it reads.
-inline bool checkState(const StateFields& state, const std::string& args, std::string& error)
-{
-    const auto space = args.find(' ');
-    const std::string field = args.substr(0, space);
-    const std::string expected = space == std::string::npos ? std::string() : args.substr(space + 1);
-    const auto it = state.find(field);
-    if (field.empty() || it == state.end()) {
-        error = "check: no field '" + field + "'; fields:";
-        for (const auto& kv : state)
-            error += " " + kv.first;
+bool checkState(const StateFields& state, const std::string& args, std::string& error);
+
+// One hex digit of LED state (two bits per LED), acknowledged; a change is
+// reported as the event l<digit>.
+bool setLedState(const std::string& arg, int& state, Replier& out);
+
+// A board whose commands are one letter and an argument, and which answers
+// the driver's "check" lines.
+class LetterBoard : public Personality {
+public:
+    using Personality::Personality;
+
+    // Takes "check"; a board's own verbs come first, in its override.
+    bool control(const std::string& verb, const std::string& args, Replier& out, std::string& error) override;
+
+protected:
+    bool command(const std::string& line, Replier& out) final { return letterCommand(line[0], line.substr(1), out); }
+
+    // One command: its letter and what follows. False has it refused.
+    virtual bool letterCommand(char letter, const std::string& arg, Replier& out) = 0;
+
+    // Compares the board's state(), field by field, unless a board checks
+    // differently.
+    virtual bool check(const std::string& args, std::string& error) const;
+    virtual StateFields state() const { return {}; }
+
+    // Refuses a control line, saying why.
+    static bool fail(std::string& error, const std::string& why)
+    {
+        error = why;
         return false;
     }
-    if (it->second != expected) {
-        error = field + " is '" + it->second + "'";
-        return false;
+    // Answers `payload` if `valid`; returns `valid`, so that a false refuses.
+    static bool answer(bool valid, const std::string& payload, Replier& out)
+    {
+        if (valid)
+            out.data(payload);
+        return valid;
     }
-    return true;
-}
+    // Acknowledges if `valid`; returns `valid`.
+    static bool accept(bool valid, Replier& out)
+    {
+        if (valid)
+            out.ok();
+        return valid;
+    }
+    static bool setFlag(const std::string& arg, bool& field, Replier& out) { return accept(flagArg(arg, field), out); }
+    // Exactly `digits` hex digits, at most `max`, into `field`.
+    template <class T>
+    static bool setHex(const std::string& arg, std::size_t digits, T max, T& field, Replier& out)
+    {
+        T v = 0;
+        if (!hexArg(arg, digits, v) || v > max)
+            return false;
+        field = v;
+        out.ok();
+        return true;
+    }
+};
 
 } // namespace serial
 } // namespace boardsim

@@ -20,7 +20,6 @@
 // Control lines: insert B, eject B, door B open|closed, temp B DEGREES,
 // check B FIELD VALUE with FIELD one of fan pwm led power wpdiskpack
 // wpinternal tempevents sas0..sas3 fitted.
-#include <algorithm>
 #include <array>
 
 #include "boardsim/personality_serial.h"
@@ -28,101 +27,69 @@
 namespace boardsim {
 namespace {
 
-using serial::flagArg;
 using serial::hex;
 using serial::hexArg;
 
 constexpr int kPorts = 4;
 
-bool isHexText(const std::string& text)
-{
-    for (char c : text)
-        if (!((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')))
-            return false;
-    return true;
-}
-
-class TransferPersonality : public Personality {
+class TransferPersonality : public serial::LetterBoard {
 public:
-    explicit TransferPersonality(BoardInfo info) : Personality(std::move(info)) { restoreSasAddresses(); }
+    explicit TransferPersonality(BoardInfo info) : LetterBoard(std::move(info)) { restoreSasAddresses(); }
 
     bool control(const std::string& verb, const std::string& args, Replier& out, std::string& error) override
     {
         const auto w = serial::words(args);
         if (verb == "insert" || verb == "eject") {
-            if (!w.empty()) {
-                error = verb + " takes only a board";
-                return false;
-            }
+            if (!w.empty())
+                return fail(error, verb + " takes only a board");
             packPresent_ = verb == "insert";
             out.event(packPresent_ ? "i1" : "i0");
             return true;
         }
         if (verb == "door") {
-            if (w.size() != 1 || (w[0] != "open" && w[0] != "closed")) {
-                error = "door needs open or closed";
-                return false;
-            }
-            doorOpen_ = w[0] == "open";
+            if (!serial::choiceArg(w, "open", "closed", doorOpen_))
+                return fail(error, "door needs open or closed");
             out.event(doorOpen_ ? "d1" : "d0");
             return true;
         }
         if (verb == "temp") {
             int v = 0;
-            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v)) {
-                error = "temp needs degrees -128..127";
-                return false;
-            }
-            temperature_ = v;
-            minTemp_ = std::min(minTemp_, v);
-            maxTemp_ = std::max(maxTemp_, v);
+            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v))
+                return fail(error, "temp needs degrees -128..127");
+            temperature_.set(v);
             if (temperatureEvents_ && packPresent_)
                 out.event(temperatureEvent());
             return true;
         }
-        if (verb == "check")
-            return serial::checkState(state(), args, error);
-        return Personality::control(verb, args, out, error);
+        return LetterBoard::control(verb, args, out, error);
     }
 
 protected:
-    bool command(const std::string& line, Replier& out) override
+    bool letterCommand(char letter, const std::string& arg, Replier& out) override
     {
-        const char letter = line[0];
-        const std::string arg = line.substr(1);
         int v = 0;
-        bool on = false;
         const bool noArg = arg.empty();
         switch (letter) {
         case 'Z':
-            if (!noArg)
-                return false;
-            restoreSasAddresses();
-            fitted_ = 0x12;
-            out.ok();
-            return true;
+            if (noArg) {
+                restoreSasAddresses();
+                fitted_ = 0x12;
+            }
+            return accept(noArg, out);
         case 'V':
-            return noArg && answer(hex(60, 2), out); // 12.0 V
+            return answer(noArg, hex(60, 2), out); // 12.0 V
         case 'B':
-            return noArg && answer(hex(87, 2), out);
+            return answer(noArg, hex(87, 2), out);
         case 'C':
-            return noArg && answer(hex(current_, 4), out);
+            return answer(noArg, hex(current_, 4), out);
         case 'F':
-            if (!hexArg(arg, 2, v))
-                return false;
-            fan_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 2, 0xFF, fan_, out);
         case 'W':
-            if (!hexArg(arg, 1, v) || v > 5)
-                return false;
-            pwm_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 1, 5, pwm_, out);
         case 'I':
-            return noArg && packPresent_ && answer(hex(3, 1), out);
+            return answer(noArg && packPresent_, hex(3, 1), out);
         case 'U':
-            return noArg && packPresent_ && answer("{0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0}", out);
+            return answer(noArg && packPresent_, "{0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0}", out);
         case 'X':
             if (!hexArg(arg, 2, v) || (v >> 4) > 1 || (v & 15) > 1)
                 return false;
@@ -135,30 +102,15 @@ protected:
             out.data((v == 0 ? wpDiskpack_ : wpInternal_) ? "1" : "0");
             return true;
         case 'P':
-            if (!flagArg(arg, on))
-                return false;
-            temperatureEvents_ = on;
-            out.ok();
-            return true;
+            return setFlag(arg, temperatureEvents_, out);
         case 'O':
-            return noArg && answer(hex(4321, 4), out);
+            return answer(noArg, hex(4321, 4), out);
         case 'M':
-            return noArg && answer(serial::signedByteHex(minTemp_) + serial::signedByteHex(maxTemp_), out);
+            return answer(noArg, temperature_.extremes(), out);
         case 'L':
-            if (!hexArg(arg, 1, v))
-                return false;
-            out.ok();
-            if (v != led_) {
-                led_ = v;
-                out.event("l" + hex(led_, 1));
-            }
-            return true;
+            return serial::setLedState(arg, led_, out);
         case 'D':
-            if (!hexArg(arg, 1, v) || v > 7)
-                return false;
-            power_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 1, 7, power_, out);
         case 'E':
             if (!hexArg(arg, 1, v) || v >= kPorts)
                 return false;
@@ -167,13 +119,9 @@ protected:
         case 'S':
             return setSasAddress(arg, out);
         case 'N':
-            return noArg && answer(hex(fitted_, 2), out);
+            return answer(noArg, hex(fitted_, 2), out);
         case 'R':
-            if (!hexArg(arg, 2, v) || (v >> 4) > 1)
-                return false;
-            fitted_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 2, 0x1F, fitted_, out);
         default:
             return false;
         }
@@ -188,14 +136,23 @@ protected:
             out.event(temperatureEvent());
     }
 
-private:
-    static bool answer(const std::string& payload, Replier& out)
+    serial::StateFields state() const override
     {
-        out.data(payload);
-        return true;
+        serial::StateFields s{{"fan", std::to_string(fan_)},
+                              {"pwm", std::to_string(pwm_)},
+                              {"led", std::to_string(led_)},
+                              {"power", std::to_string(power_)},
+                              {"wpdiskpack", wpDiskpack_ ? "1" : "0"},
+                              {"wpinternal", wpInternal_ ? "1" : "0"},
+                              {"tempevents", temperatureEvents_ ? "1" : "0"},
+                              {"fitted", hex(fitted_, 2)}};
+        for (int p = 0; p < kPorts; ++p)
+            s["sas" + std::to_string(p)] = sas_[static_cast<std::size_t>(p)];
+        return s;
     }
 
-    std::string temperatureEvent() const { return "p" + serial::signedByteHex(temperature_); }
+private:
+    std::string temperatureEvent() const { return "p" + temperature_.reading(); }
 
     std::string ownSasAddress(int port) const { return "5000C5001234" + hex(info().id, 2) + hex(port * 4, 2); }
 
@@ -212,33 +169,18 @@ private:
             return false;
         const int port = arg[0] - '0';
         const std::string addr = arg.substr(1);
-        if (!addr.empty() && (addr.size() != 16 || !isHexText(addr)))
+        std::vector<std::uint8_t> bytes;
+        if (!addr.empty() && (addr.size() != 16 || !serial::hexBytes(addr, bytes)))
             return false;
         sas_[static_cast<std::size_t>(port)] = addr.empty() ? ownSasAddress(port) : addr;
         out.ok();
         return true;
     }
 
-    serial::StateFields state() const
-    {
-        serial::StateFields s{{"fan", std::to_string(fan_)},
-                              {"pwm", std::to_string(pwm_)},
-                              {"led", std::to_string(led_)},
-                              {"power", std::to_string(power_)},
-                              {"wpdiskpack", wpDiskpack_ ? "1" : "0"},
-                              {"wpinternal", wpInternal_ ? "1" : "0"},
-                              {"tempevents", temperatureEvents_ ? "1" : "0"},
-                              {"fitted", hex(fitted_, 2)}};
-        for (int p = 0; p < kPorts; ++p)
-            s["sas" + std::to_string(p)] = sas_[static_cast<std::size_t>(p)];
-        return s;
-    }
-
     bool packPresent_ = false;
     bool doorOpen_ = false;
     bool temperatureEvents_ = false;
-    int temperature_ = 30;
-    int minTemp_ = 30, maxTemp_ = 30;
+    serial::Temperature temperature_{30, 30, 30};
     int current_ = 0xFFFF; // on mains: the board cannot measure it
     int fan_ = 0;
     int pwm_ = 3;

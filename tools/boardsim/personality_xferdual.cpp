@@ -52,11 +52,12 @@
 #include <algorithm>
 #include <array>
 
-#include "boardsim/sas_expander.h"
-
 namespace boardsim {
 
 namespace {
+
+using serial::hex;
+using serial::signedByteHex;
 
 constexpr std::size_t kPackEepromSize = 4096;
 constexpr std::size_t kEepromWindow = 32;
@@ -86,11 +87,6 @@ const SasExpander::Layout kLayout = {
     true,        // 07 resets with the UART enabled
 };
 
-std::string signedHex(int v, std::size_t digits)
-{
-    return hexDigits(static_cast<std::uint32_t>(v) & 0xFF, digits);
-}
-
 struct Pack {
     bool present = false;
     bool fault = false;
@@ -99,9 +95,7 @@ struct Pack {
     bool tempEvents = false;
     std::uint32_t led = 0;
     std::uint32_t diskFan = 1; // as last set: 1 automatic, else the speed
-    int temperature = 27;
-    int minTemp = 19;
-    int maxTemp = 38;
+    serial::Temperature temperature{27, 19, 38};
     std::uint32_t id = 0;
     std::string guid;
     std::array<std::uint8_t, kPackEepromSize> eeprom{};
@@ -110,9 +104,10 @@ struct Pack {
     std::uint32_t fanSpeed() const { return diskFan == 1 ? kAutoFanSpeed : diskFan; }
 };
 
-class XferDualPersonality : public Personality {
+class XferDualPersonality : public SasBoard {
 public:
-    explicit XferDualPersonality(BoardInfo info) : Personality(std::move(info)), expander_(kLayout, 0x500605B0DD000000ull)
+    explicit XferDualPersonality(BoardInfo info)
+        : SasBoard(std::move(info), std::make_unique<SasExpander>(kLayout, 0x500605B0DD000000ull))
     {
         for (std::uint32_t w = 0; w < 2; ++w) {
             packs_[w].id = 3 + w;
@@ -120,8 +115,6 @@ public:
             packs_[w].eeprom.fill(0xFF);
         }
     }
-
-    std::chrono::milliseconds tickInterval() const override { return std::chrono::milliseconds(2000); }
 
     void tick(Replier& out) override
     {
@@ -134,15 +127,13 @@ public:
 
     bool control(const std::string& verb, const std::string& args, Replier& out, std::string& error) override
     {
-        const auto w = splitWords(args);
+        const auto w = serial::words(args);
         long long which = 0, n = 0, m = 0;
-        const bool slot = !w.empty() && parseNumber(w[0], which) && (which == 0 || which == 1);
+        const bool slot = !w.empty() && numberArg(w[0], 0, 1, which);
         const int s = static_cast<int>(which);
         if (verb == "insert") {
-            if (!slot || w.size() > 2 || (w.size() == 2 && w[1] != "fault")) {
-                error = "insert takes a slot 0 or 1 and optionally 'fault'";
-                return false;
-            }
+            if (!slot || w.size() > 2 || (w.size() == 2 && w[1] != "fault"))
+                return fail(error, "insert takes a slot 0 or 1 and optionally 'fault'");
             packs_[s].present = true;
             packs_[s].fault = w.size() == 2;
             updateDisks();
@@ -150,10 +141,8 @@ public:
             return true;
         }
         if (verb == "eject") {
-            if (!slot || w.size() != 1) {
-                error = "eject takes a slot 0 or 1";
-                return false;
-            }
+            if (!slot || w.size() != 1)
+                return fail(error, "eject takes a slot 0 or 1");
             packs_[s].present = false;
             packs_[s].fault = false;
             updateDisks();
@@ -161,32 +150,23 @@ public:
             return true;
         }
         if (verb == "button") {
-            if (!slot || w.size() != 2 || (w[1] != "down" && w[1] != "up")) {
-                error = "button takes a slot 0 or 1 and down or up";
-                return false;
-            }
-            out.event("b" + hexDigits(static_cast<std::uint32_t>(s << 4 | (w[1] == "down" ? 1 : 0)), 2));
+            if (!slot || w.size() != 2 || (w[1] != "down" && w[1] != "up"))
+                return fail(error, "button takes a slot 0 or 1 and down or up");
+            out.event("b" + hex(static_cast<std::uint32_t>(s << 4 | (w[1] == "down" ? 1 : 0)), 2));
             return true;
         }
         if (verb == "temp") {
-            if (!slot || w.size() != 2 || !parseNumber(w[1], n) || n < -128 || n > 127) {
-                error = "temp takes a slot 0 or 1 and degrees -128..127";
-                return false;
-            }
+            if (!slot || w.size() != 2 || !numberArg(w[1], -128, 127, n))
+                return fail(error, "temp takes a slot 0 or 1 and degrees -128..127");
             Pack& p = packs_[s];
-            p.temperature = static_cast<int>(n);
-            p.minTemp = std::min(p.minTemp, p.temperature);
-            p.maxTemp = std::max(p.maxTemp, p.temperature);
+            p.temperature.set(static_cast<int>(n));
             if (p.tempEvents && p.present)
                 out.event(packTemperatureEvent(s));
             return true;
         }
         if (verb == "systemp") {
-            if (w.size() != 2 || !parseNumber(w[0], n) || !parseNumber(w[1], m) || n < -128 || n > 127 ||
-                m < -128 || m > 127) {
-                error = "systemp takes board and SAS degrees -128..127";
-                return false;
-            }
+            if (w.size() != 2 || !numberArg(w[0], -128, 127, n) || !numberArg(w[1], -128, 127, m))
+                return fail(error, "systemp takes board and SAS degrees -128..127");
             boardTemp_ = static_cast<int>(n);
             sasTemp_ = static_cast<int>(m);
             sysMin_ = std::min({sysMin_, boardTemp_, sasTemp_});
@@ -195,102 +175,70 @@ public:
                 out.event(systemTemperatureEvent());
             return true;
         }
-        if (verb == "phyerrors") {
-            if (w.size() != 2 || !parseNumber(w[0], n) || n < 0 || n >= expander_.numPhys() ||
-                !parseNumber(w[1], m) || m < 0 || m > 0xFFFFFFFFll) {
-                error = "phyerrors takes a PHY 0..35 and a count";
-                return false;
-            }
-            expander_.setErrorCount(static_cast<int>(n), static_cast<std::uint32_t>(m));
-            return true;
-        }
-        if (verb == "check")
-            return check(w, error);
-        return Personality::control(verb, args, out, error);
+        return SasBoard::control(verb, args, out, error);
     }
 
 protected:
-    bool command(const std::string& line, Replier& out) override
+    bool letterCommand(char letter, const std::string& arg, Replier& out) override
     {
-        const std::string arg = line.substr(1);
         std::uint32_t v = 0;
-        const auto answer = [&out](bool valid, const std::string& payload) {
-            if (valid)
-                out.data(payload);
-            return valid;
-        };
-        const auto accept = [&out](bool valid) {
-            if (valid)
-                out.ok();
-            return valid;
-        };
         // Two digits: the slot, then a flag.
         std::uint32_t pair = 0;
-        const bool slotFlag = parseHexDigits(arg, 2, pair) && (pair >> 4) <= 1 && (pair & 15) <= 1;
+        const bool slotFlag = serial::hexArg(arg, 2, pair) && (pair >> 4) <= 1 && (pair & 15) <= 1;
         const int w = static_cast<int>(pair >> 4);
         const bool on = (pair & 1) != 0;
-        const bool oneDigit = parseHexDigits(arg, 1, v);
+        const bool oneDigit = serial::hexArg(arg, 1, v);
 
-        switch (line[0]) {
+        switch (letter) {
         case 'Z':
-            if (!arg.empty())
-                return false;
-            for (auto& p : packs_) {
-                p.writeProtect = false;
-                p.tempEvents = false;
+            if (arg.empty()) {
+                for (auto& p : packs_) {
+                    p.writeProtect = false;
+                    p.tempEvents = false;
+                }
+                sysEvents_ = false;
+                ledId_ = 0;
             }
-            sysEvents_ = false;
-            ledId_ = 0;
-            out.ok();
-            return true;
+            return accept(arg.empty(), out);
         case 'G':
-            return answer(oneDigit && v <= 4, hexDigits(rails_[oneDigit && v <= 4 ? v : 0], 4));
+            return answer(oneDigit && v <= 4, hex(rails_[oneDigit && v <= 4 ? v : 0], 4), out);
         case 'O':
-            return answer(arg.empty(), hexDigits(hours_, 4));
+            return answer(arg.empty(), hex(hours_, 4), out);
         case 'M':
             if (!oneDigit || v > 2)
                 return false;
-            if (v == 2)
-                return answer(true, signedHex(sysMin_, 2) + signedHex(sysMax_, 2));
-            return answer(true, signedHex(packs_[v].minTemp, 2) + signedHex(packs_[v].maxTemp, 2));
+            return answer(true, v == 2 ? signedByteHex(sysMin_) + signedByteHex(sysMax_) : packs_[v].temperature.extremes(),
+                          out);
         case 'T':
-            if (!oneDigit || v > 1)
-                return false;
-            sysEvents_ = v != 0;
-            out.ok();
-            return true;
+            return setFlag(arg, sysEvents_, out);
         case 'F':
-            if (!parseHexDigits(arg, 2, v) || (v >= 2 && v < 0x55))
+            if (!serial::hexArg(arg, 2, v) || (v >= 2 && v < 0x55))
                 return false;
             fan_ = v;
             out.ok();
             return true;
         case 'H':
-            if (!oneDigit)
-                return false;
-            ledId_ = v;
-            out.ok();
-            return true;
+            return setHex(arg, 1, 0xFu, ledId_, out);
         case 'I':
-            return answer(oneDigit && v <= 1 && packs_[v & 1].present, hexDigits(packs_[v & 1].id, 1));
+            return answer(oneDigit && v <= 1 && packs_[v & 1].present, hex(packs_[v & 1].id, 1), out);
         case 'U':
-            return answer(oneDigit && v <= 1 && packs_[v & 1].present, packs_[v & 1].guid);
+            return answer(oneDigit && v <= 1 && packs_[v & 1].present, packs_[v & 1].guid, out);
         case 'Y':
-            return answer(oneDigit && v <= 1, packs_[v & 1].writeProtect ? "1" : "0");
+            return answer(oneDigit && v <= 1, packs_[v & 1].writeProtect ? "1" : "0", out);
         case 'P':
             if (slotFlag)
                 packs_[w].tempEvents = on;
-            return accept(slotFlag);
+            return accept(slotFlag, out);
         case 'D':
             if (slotFlag) {
                 packs_[w].power = on;
                 updateDisks();
             }
-            return accept(slotFlag);
+            return accept(slotFlag, out);
         case 'X':
             if (slotFlag)
                 packs_[w].writeProtect = on;
-            return accept(slotFlag);
+            return accept(slotFlag, out);
         case 'L':
             return setLed(arg, out);
         case 'J':
@@ -300,7 +248,7 @@ protected:
         case 'W':
             return writeEeprom(arg, out);
         case 'E':
-            return expander_.frame(arg, out);
+            return expander().frame(arg, out);
         default:
             return false;
         }
@@ -319,7 +267,7 @@ private:
     bool setLed(const std::string& arg, Replier& out)
     {
         std::uint32_t v = 0;
-        if (!parseHexDigits(arg, 3, v) || (v >> 8) > 1)
+        if (!serial::hexArg(arg, 3, v) || (v >> 8) > 1)
             return false;
         Pack& p = packs_[v >> 8];
         const bool wasOn = p.ledOn();
@@ -333,7 +281,7 @@ private:
     bool setDiskFan(const std::string& arg, Replier& out)
     {
         std::uint32_t v = 0;
-        if (!parseHexDigits(arg, 3, v) || (v >> 8) > 1)
+        if (!serial::hexArg(arg, 3, v) || (v >> 8) > 1)
             return false;
         Pack& p = packs_[v >> 8];
         const std::uint32_t before = p.fanSpeed();
@@ -347,30 +295,24 @@ private:
     bool readEeprom(const std::string& arg, Replier& out)
     {
         std::uint32_t v = 0;
-        if (!parseHexDigits(arg, 6, v) || (v >> 20) > 1 || (v & 0xFF) > kEepromWindow)
+        if (!serial::hexArg(arg, 6, v) || (v >> 20) > 1 || (v & 0xFF) > kEepromWindow)
             return false;
         const Pack& p = packs_[v >> 20];
         if (!p.present)
             return false;
         const std::size_t addr = (v >> 8) & 0xFFF;
-        std::string hex;
+        std::string text;
         for (std::size_t i = 0; i < kEepromWindow; ++i)
-            hex += hexDigits(p.eeprom[(addr + i) % kPackEepromSize], 2);
-        out.data(hex);
+            text += hex(p.eeprom[(addr + i) % kPackEepromSize], 2);
+        out.data(text);
         return true;
     }
 
     bool writeEeprom(const std::string& arg, Replier& out)
     {
-        if (arg.size() < 6 || arg.size() % 2 != 0)
-            return false;
         std::vector<std::uint8_t> bytes;
-        for (std::size_t i = 0; i < arg.size(); i += 2) {
-            std::uint32_t b = 0;
-            if (!parseHexDigits(arg.substr(i, 2), 2, b))
-                return false;
-            bytes.push_back(static_cast<std::uint8_t>(b));
-        }
+        if (arg.size() < 6 || !serial::hexBytes(arg, bytes))
+            return false;
         const std::size_t count = bytes[2];
         if ((bytes[0] >> 4) > 1 || count > kEepromWindow || bytes.size() != 3 + count)
             return false;
@@ -390,99 +332,61 @@ private:
             for (int disk = 0; disk < 2; ++disk) {
                 const int phy = 1 - disk + 2 * w;
                 if (packs_[w].present && packs_[w].power)
-                    expander_.attach(phy, 0x5000C500CD000000ull + static_cast<std::uint64_t>(w * 16 + disk));
+                    expander().attach(phy, 0x5000C500CD000000ull + static_cast<std::uint64_t>(w * 16 + disk));
                 else
-                    expander_.detach(phy);
+                    expander().detach(phy);
             }
     }
 
     std::string presenceEvent(int w) const
     {
         const Pack& p = packs_[w];
-        return "i" + hexDigits(static_cast<std::uint32_t>(w << 4 | (p.present ? 1 : 0) | (p.fault ? 2 : 0)), 2);
+        return "i" + hex(static_cast<std::uint32_t>(w << 4 | (p.present ? 1 : 0) | (p.fault ? 2 : 0)), 2);
     }
 
     std::string ledEvent(int w) const
     {
-        return "l" + hexDigits(static_cast<std::uint32_t>(w << 4 | (packs_[w].ledOn() ? 1 : 0)), 2);
+        return "l" + hex(static_cast<std::uint32_t>(w << 4 | (packs_[w].ledOn() ? 1 : 0)), 2);
     }
 
     std::string fanEvent(int w) const
     {
-        return "j" + hexDigits(static_cast<std::uint32_t>(w) << 8 | packs_[w].fanSpeed(), 3);
+        return "j" + hex(static_cast<std::uint32_t>(w) << 8 | packs_[w].fanSpeed(), 3);
     }
 
     std::string packTemperatureEvent(int w) const
     {
-        return "p" + hexDigits(static_cast<std::uint32_t>(w), 1) + signedHex(packs_[w].temperature, 2);
+        return "p" + hex(static_cast<std::uint32_t>(w), 1) + packs_[w].temperature.reading();
     }
 
     std::string systemTemperatureEvent() const
     {
-        return "t" + signedHex(boardTemp_, 2) + signedHex(sasTemp_, 2);
+        return "t" + signedByteHex(boardTemp_) + signedByteHex(sasTemp_);
     }
 
-    bool check(const std::vector<std::string>& w, std::string& error) const
+    bool boardState(const std::vector<std::string>& key, long long& v) const override
     {
-        long long want = 0;
-        if (w.size() != 2 || !parseNumber(w[1], want)) {
-            error = "check takes KEY VALUE";
-            return false;
-        }
-        long long have = 0;
-        if (!lookup(w[0], have)) {
-            error = "no state '" + w[0] + "'";
-            return false;
-        }
-        if (have != want) {
-            error = w[0] + " is " + std::to_string(have) + ", not " + std::to_string(want);
-            return false;
-        }
-        return true;
-    }
-
-    bool lookup(const std::string& key, long long& v) const
-    {
-        std::vector<std::string> parts;
-        std::size_t from = 0;
-        for (;;) {
-            const auto dot = key.find('.', from);
-            parts.push_back(key.substr(from, dot == std::string::npos ? std::string::npos : dot - from));
-            if (dot == std::string::npos)
-                break;
-            from = dot + 1;
-        }
-        const std::string& name = parts[0];
-        if (parts.size() == 1) {
+        const std::string& name = key[0];
+        if (key.size() == 1) {
             if (name == "fan") v = fan_;
             else if (name == "ledid") v = ledId_;
             else if (name == "sysevents") v = sysEvents_;
-            else if (name == "uart") v = expander_.uartEnabled();
-            else if (name == "resets") v = expander_.resetCount();
+            else if (name == "uart") v = expander().uartEnabled();
             else return false;
             return true;
         }
         long long n = 0;
-        if (!parseNumber(parts[1], n) || n < 0)
-            return false;
-        if (name == "rate" || name == "errors" || name == "held") {
-            if (parts.size() != 2 || n >= expander_.numPhys())
-                return false;
-            const int phy = static_cast<int>(n);
-            v = name == "rate" ? expander_.rate(phy) : name == "errors" ? expander_.errorCount(phy) : expander_.inReset(phy);
-            return true;
-        }
-        if (n > 1)
+        if (!numberArg(key[1], 0, 1, n))
             return false;
         const Pack& p = packs_[n];
         if (name == "eeprom") {
             long long addr = 0;
-            if (parts.size() != 3 || !parseNumber(parts[2], addr) || addr < 0 || addr >= static_cast<long long>(kPackEepromSize))
+            if (key.size() != 3 || !numberArg(key[2], 0, static_cast<long long>(kPackEepromSize) - 1, addr))
                 return false;
             v = p.eeprom[static_cast<std::size_t>(addr)];
             return true;
         }
-        if (parts.size() != 2)
+        if (key.size() != 2)
             return false;
         if (name == "led") v = p.led;
         else if (name == "power") v = p.power;
@@ -493,7 +397,6 @@ private:
         return true;
     }
 
-    SasExpander expander_;
     std::array<Pack, 2> packs_;
     std::array<std::uint32_t, 5> rails_ = {1000, 1800, 3300, 5000, 12000};
     std::uint32_t fan_ = 1;

@@ -1,37 +1,13 @@
 #include "boardsim/sas_expander.h"
 
+#include "boardsim/personality_serial.h"
+
 #include <cctype>
 #include <stdexcept>
 
 namespace boardsim {
 
 namespace {
-
-// Upper case only: the host always writes it so, and a board that took lower
-// case would let a regression through.
-int digitValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
-bool parseBytes(const std::string& hex, std::vector<std::uint8_t>& bytes)
-{
-    if (hex.empty() || hex.size() % 2 != 0)
-        return false;
-    bytes.clear();
-    for (std::size_t i = 0; i < hex.size(); i += 2) {
-        const int hi = digitValue(hex[i]);
-        const int lo = digitValue(hex[i + 1]);
-        if (hi < 0 || lo < 0)
-            return false;
-        bytes.push_back(static_cast<std::uint8_t>(hi * 16 + lo));
-    }
-    return true;
-}
 
 std::uint32_t bigEndian(const std::vector<std::uint8_t>& bytes, std::size_t from, int count)
 {
@@ -42,48 +18,6 @@ std::uint32_t bigEndian(const std::vector<std::uint8_t>& bytes, std::size_t from
 }
 
 } // namespace
-
-bool parseHexDigits(const std::string& text, std::size_t digits, std::uint32_t& value)
-{
-    if (text.size() != digits || digits == 0 || digits > 8)
-        return false;
-    std::uint32_t v = 0;
-    for (char c : text) {
-        const int d = digitValue(c);
-        if (d < 0)
-            return false;
-        v = (v << 4) | static_cast<std::uint32_t>(d);
-    }
-    value = v;
-    return true;
-}
-
-std::string hexDigits(std::uint32_t value, std::size_t digits)
-{
-    static const char table[] = "0123456789ABCDEF";
-    std::string s(digits, '0');
-    for (std::size_t i = 0; i < digits; ++i)
-        s[digits - 1 - i] = table[(value >> (4 * i)) & 0xF];
-    return s;
-}
-
-std::vector<std::string> splitWords(const std::string& text)
-{
-    std::vector<std::string> words;
-    std::string word;
-    for (char c : text) {
-        if (c == ' ') {
-            if (!word.empty())
-                words.push_back(std::move(word));
-            word.clear();
-        } else {
-            word.push_back(c);
-        }
-    }
-    if (!word.empty())
-        words.push_back(std::move(word));
-    return words;
-}
 
 bool parseNumber(const std::string& text, long long& value)
 {
@@ -107,6 +41,15 @@ bool parseNumber(const std::string& text, long long& value)
         return false;
     }
     return used == body.size();
+}
+
+bool numberArg(const std::string& text, long long lo, long long hi, long long& value)
+{
+    long long v = 0;
+    if (!parseNumber(text, v) || v < lo || v > hi)
+        return false;
+    value = v;
+    return true;
 }
 
 SasExpander::SasExpander(const Layout& layout, std::uint64_t sasAddress)
@@ -143,7 +86,7 @@ bool SasExpander::inReset(int phy) const { return phys_.at(static_cast<std::size
 bool SasExpander::frame(const std::string& hex, Replier& out)
 {
     std::vector<std::uint8_t> bytes;
-    if (!parseBytes(hex, bytes))
+    if (hex.empty() || !serial::hexBytes(hex, bytes))
         return false;
     const std::size_t a = static_cast<std::size_t>(layout_.addressBytes);
     switch (bytes[0]) {
@@ -217,7 +160,7 @@ bool SasExpander::read(std::uint32_t address, Replier& out)
     case Reg::Rate: v = phys_[static_cast<std::size_t>(phy)].rate; break;
     default: return false;
     }
-    out.data(hexDigits(v, 8));
+    out.data(serial::hex(v, 8));
     return true;
 }
 
@@ -230,7 +173,7 @@ bool SasExpander::readAddress(std::uint32_t address, Replier& out)
     case Reg::Attached: a = phys_[static_cast<std::size_t>(phy)].device; break;
     default: return false;
     }
-    out.data(hexDigits(static_cast<std::uint32_t>(a >> 32), 8) + hexDigits(static_cast<std::uint32_t>(a), 8));
+    out.data(serial::hex(static_cast<std::uint32_t>(a >> 32), 8) + serial::hex(static_cast<std::uint32_t>(a), 8));
     return true;
 }
 

@@ -35,17 +35,11 @@
 
 namespace boardsim {
 
-// Strict parsing of command arguments: exactly `digits` upper-case hex
-// digits, nothing else. The wire helpers are more lenient (spaces, either
-// case) on purpose, for the driver's control lines; a board is not.
-bool parseHexDigits(const std::string& text, std::size_t digits, std::uint32_t& value);
-// Upper-case hex of the low `digits` nibbles of value.
-std::string hexDigits(std::uint32_t value, std::size_t digits);
-
-// For the SAS boards' control lines: words split at spaces, and a number in
-// decimal or, with a 0x prefix, hex (negative allowed). False if it is neither.
-std::vector<std::string> splitWords(const std::string& text);
+// For the SAS boards' control lines: a number in decimal or, with a 0x
+// prefix, hex (negative allowed). False if it is neither.
 bool parseNumber(const std::string& text, long long& value);
+// The same, and within lo..hi.
+bool numberArg(const std::string& text, long long lo, long long hi, long long& value);
 
 class SasExpander {
 public:
