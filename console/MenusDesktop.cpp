@@ -19,33 +19,16 @@ bool desktopMenu(DesktopBoard& board, int key)
         }
 
         case 'B':
-        {
-            const int phy = askInt("Phy: ");
-            int count = 0;
-            if (board.getPhyErrorCount(phy, count))
-                printf("Phy %d errors %d\n", phy, count);
-            else
-                puts("Failed");
+            Menus::showPhyErrors(board, &DesktopBoard::getPhyErrorCount);
             break;
-        }
 
         case 'C':
             puts(board.clearErrorCounts() ? "Error counts cleared" : "Failed");
             break;
 
-        case 'D':
-            reportFailure(board.setDiskpackPower(askInt("Diskpack power: ") != 0));
-            break;
-
         case 'E':
-        {
-            juce::String addr;
-            if (board.sasGetExpanderAddr(addr))
-                printf("SAS address: %s\n", addr.toRawUTF8());
-            else
-                puts("Failed");
+            Menus::showExpanderAddress(board);
             break;
-        }
 
         case 'F':
             reportFailure(board.resetPhy(askInt("Phy: ")));
@@ -55,34 +38,6 @@ bool desktopMenu(DesktopBoard& board, int key)
             reportFailure(board.setLedId(askInt("Id: ")));
             break;
 
-        case 'I':
-        {
-            int id = 0;
-            if (board.getDiskpackId(id))
-                printf("Diskpack ID: %x\n", id);
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'L':
-        {
-            int which, mode;
-            ask("LED (which, mode): ", "%d %d", which, mode);
-            reportFailure(board.setDiskpackLed(which, (DiskpackLedMode) mode));
-            break;
-        }
-
-        case 'M':
-        {
-            int min = 0, max = 0;
-            if (board.getMinMaxTemperatures(min, max))
-                printf("Diskpack temperature Min: %d Max: %d\n", min, max);
-            else
-                puts("Failed");
-            break;
-        }
-
         case 'N':
         {
             int phy, min, max;
@@ -91,43 +46,9 @@ bool desktopMenu(DesktopBoard& board, int key)
             break;
         }
 
-        case 'O':
-        {
-            int hours = 0;
-            if (board.getOperatingHours(hours))
-                printf("Operating hours: %d\n", hours);
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'P':
-            reportFailure(board.enableDiskpackTemperatureEvents(askInt("Diskpack temperature check enable: ") != 0));
-            break;
-
         case 'R':
             puts(board.sasReset() ? "SAS expander reset" : "Failed");
             break;
-
-        case 'U':
-        {
-            juce::String guid;
-            if (board.getDiskpackGuid(guid))
-                printf("Guid: %s\n", guid.toRawUTF8());
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'V':
-        {
-            int mV = 0;
-            if (board.getBatteryVoltage(mV))
-                printf("Battery Voltage: %d mV\n", mV);
-            else
-                puts("Failed");
-            break;
-        }
 
         case 'W':
         {
@@ -157,7 +78,7 @@ bool desktopMenu(DesktopBoard& board, int key)
             break;
 
         default:
-            return false;
+            return Menus::diskpackSlotMenu(board, key);
     }
     return true;
 }

@@ -30,15 +30,8 @@ bool diskpackMenu(DiskpackBoard& board, int key)
         }
 
         case 'E':
-        {
-            const int expander = askInt("Which expander: ");
-            juce::String addr;
-            if (board.getSasAddr(expander, addr))
-                printf("SAS address %d: %s\n", expander, addr.toRawUTF8());
-            else
-                puts("Failed");
+            Menus::showSasAddress(board);
             break;
-        }
 
         case 'G':
         {
@@ -71,24 +64,12 @@ bool diskpackMenu(DiskpackBoard& board, int key)
         }
 
         case 'M':
-        {
-            int min = 0, max = 0;
-            if (board.getMinMaxTemperatures(min, max))
-                printf("Temperatures Min: %d Max: %d\n", min, max);
-            else
-                puts("Failed");
+            Menus::showTemperatures(board, "Temperatures");
             break;
-        }
 
         case 'O':
-        {
-            int hours = 0;
-            if (board.getOperatingHours(hours))
-                printf("Operating hours: %d\n", hours);
-            else
-                puts("Failed");
+            Menus::showOperatingHours(board);
             break;
-        }
 
         case 'Q':
             reportFailure(board.setNumTextPages(askInt("Num text pages: ")));
@@ -114,24 +95,12 @@ bool diskpackMenu(DiskpackBoard& board, int key)
             break;
 
         case 'U':
-        {
-            juce::String guid;
-            if (board.getGuid(guid))
-                printf("Guid: %s\n", guid.toRawUTF8());
-            else
-                puts("Failed");
+            Menus::showGuid(board, &DiskpackBoard::getGuid);
             break;
-        }
 
         case 'V':
-        {
-            int mV = 0;
-            if (board.getBatteryVoltage(mV))
-                printf("Battery Voltage: %d mV\n", mV);
-            else
-                puts("Failed");
+            Menus::showBatteryVoltage(board);
             break;
-        }
 
         case 'W':
         {

@@ -5,6 +5,17 @@
 using namespace ConsoleInput;
 using Menus::reportFailure;
 
+namespace
+{
+/** The name is out before the board is asked, so "Failed" follows it on its line. */
+void showSetting(RemoteBoard& board, const char* name, bool (RemoteBoard::*read)(int&))
+{
+    printf("%s: ", name);
+    fflush(stdout);
+    Menus::printReading(board, read, "%d\n");
+}
+}
+
 bool remoteMenu(RemoteBoard& board, int key)
 {
     switch (key)
@@ -18,16 +29,8 @@ bool remoteMenu(RemoteBoard& board, int key)
             break;
 
         case 'E':
-        {
-            printf("Contrast: ");
-            fflush(stdout);
-            int contrast = 0;
-            if (board.getContrast(contrast))
-                printf("%d\n", contrast);
-            else
-                puts("Failed");
+            showSetting(board, "Contrast", &RemoteBoard::getContrast);
             break;
-        }
 
         case 'F':
             reportFailure(board.setRingBright(askInt("Set ring brightness: ")));
@@ -38,16 +41,8 @@ bool remoteMenu(RemoteBoard& board, int key)
             break;
 
         case 'I':
-        {
-            printf("Ring brightness: ");
-            fflush(stdout);
-            int brightness = 0;
-            if (board.getRingBright(brightness))
-                printf("%d\n", brightness);
-            else
-                puts("Failed");
+            showSetting(board, "Ring brightness", &RemoteBoard::getRingBright);
             break;
-        }
 
         case 'M':
         {

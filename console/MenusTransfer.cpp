@@ -18,6 +18,19 @@ void enterSasAddress(TransferBoard& board)
     const std::string addr = readRawLine("Address (return to reset): ", std::string::npos);
     reportFailure(board.setSasAddr(expander, juce::String(addr)));
 }
+
+/** A battery gauge reading: `notAvailable` from the board means no gauge. */
+void showGaugeReading(TransferBoard& board, bool (TransferBoard::*read)(int&), int notAvailable, const char* format,
+                      const char* notAvailableLine)
+{
+    int value = 0;
+    if (!(board.*read)(value))
+        puts("Failed");
+    else if (value == notAvailable)
+        puts(notAvailableLine);
+    else
+        printf(format, value);
+}
 }
 
 bool transferMenu(TransferBoard& board, int key)
@@ -25,43 +38,18 @@ bool transferMenu(TransferBoard& board, int key)
     switch (key)
     {
         case 'B':
-        {
-            int percent = 0;
-            if (!board.getBatteryCapacity(percent))
-                puts("Failed");
-            else if (percent == capacityNotAvailable)
-                puts("Battery Capacity: not available");
-            else
-                printf("Battery Capacity: %d%%\n", percent);
+            showGaugeReading(board, &TransferBoard::getBatteryCapacity, capacityNotAvailable,
+                             "Battery Capacity: %d%%\n", "Battery Capacity: not available");
             break;
-        }
 
         case 'C':
-        {
-            int mA = 0;
-            if (!board.getBatteryCurrent(mA))
-                puts("Failed");
-            else if (mA == currentNotAvailable)
-                puts("Battery Current: not available");
-            else
-                printf("Battery Current: %d mA\n", mA);
-            break;
-        }
-
-        case 'D':
-            reportFailure(board.setDiskpackPower(askInt("Diskpack power: ") != 0));
+            showGaugeReading(board, &TransferBoard::getBatteryCurrent, currentNotAvailable,
+                             "Battery Current: %d mA\n", "Battery Current: not available");
             break;
 
         case 'E':
-        {
-            const int expander = askInt("Which expander: ");
-            juce::String addr;
-            if (board.getSasAddr(expander, addr))
-                printf("SAS address %d: %s\n", expander, addr.toRawUTF8());
-            else
-                puts("Failed");
+            Menus::showSasAddress(board);
             break;
-        }
 
         case 'F':
             reportFailure(board.setFanSpeed(askInt("Fan speed: ")));
@@ -71,34 +59,6 @@ bool transferMenu(TransferBoard& board, int key)
             reportFailure(board.setInternalDiskPower(askInt("Internal drive power: ") != 0));
             break;
 
-        case 'I':
-        {
-            int id = 0;
-            if (board.getDiskpackId(id))
-                printf("Diskpack ID: %x\n", id);
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'L':
-        {
-            int which, mode;
-            ask("LED (which, mode): ", "%d %d", which, mode);
-            reportFailure(board.setDiskpackLed(which, (DiskpackLedMode) mode));
-            break;
-        }
-
-        case 'M':
-        {
-            int min = 0, max = 0;
-            if (board.getMinMaxTemperatures(min, max))
-                printf("Diskpack temperature Min: %d Max: %d\n", min, max);
-            else
-                puts("Failed");
-            break;
-        }
-
         case 'N':
         {
             const int disks = board.getNumInternalDisks();
@@ -106,20 +66,6 @@ bool transferMenu(TransferBoard& board, int key)
             printf("%d internal disks, %stape drive\n", disks, tape ? "" : "no ");
             break;
         }
-
-        case 'O':
-        {
-            int hours = 0;
-            if (board.getOperatingHours(hours))
-                printf("Operating hours: %d\n", hours);
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'P':
-            reportFailure(board.enableDiskpackTemperatureEvents(askInt("Diskpack temperature check enable: ") != 0));
-            break;
 
         case 'R':
         {
@@ -136,26 +82,6 @@ bool transferMenu(TransferBoard& board, int key)
         case 'T':
             reportFailure(board.setTapeDrivePower(askInt("Tape drive power: ") != 0));
             break;
-
-        case 'U':
-        {
-            juce::String guid;
-            if (board.getDiskpackGuid(guid))
-                printf("Guid: %s\n", guid.toRawUTF8());
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'V':
-        {
-            int mV = 0;
-            if (board.getBatteryVoltage(mV))
-                printf("Battery Voltage: %d mV\n", mV);
-            else
-                puts("Failed");
-            break;
-        }
 
         case 'W':
             reportFailure(board.setFanPwmFreq(askInt("Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): ")));
@@ -189,7 +115,7 @@ bool transferMenu(TransferBoard& board, int key)
             break;
 
         default:
-            return false;
+            return Menus::diskpackSlotMenu(board, key);
     }
     return true;
 }

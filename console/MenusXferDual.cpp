@@ -68,15 +68,8 @@ bool xferDualMenu(XferDualBoard& board, int key)
         }
 
         case 'B':
-        {
-            const int phy = askInt("Phy: ");
-            int count = 0;
-            if (board.sasGetPhyErrorCount(phy, count))
-                printf("Phy %d errors %d\n", phy, count);
-            else
-                puts("Failed");
+            Menus::showPhyErrors(board, &XferDualBoard::sasGetPhyErrorCount);
             break;
-        }
 
         case 'C':
             puts(board.sasClearErrorCounts() ? "Error counts cleared" : "Failed");
@@ -91,14 +84,8 @@ bool xferDualMenu(XferDualBoard& board, int key)
         }
 
         case 'E':
-        {
-            juce::String addr;
-            if (board.sasGetExpanderAddr(addr))
-                printf("SAS address: %s\n", addr.toRawUTF8());
-            else
-                puts("Failed");
+            Menus::showExpanderAddress(board);
             break;
-        }
 
         case 'F':
         {
@@ -125,15 +112,9 @@ bool xferDualMenu(XferDualBoard& board, int key)
             break;
 
         case 'I':
-        {
-            const int which = askInt("Get diskpack ID (which): ");
-            int id = 0;
-            if (board.getDiskpackId(which, id))
-                printf("Diskpack %d ID: %x\n", which, id);
-            else
-                puts("Failed");
+            Menus::printReadingOf(board, "Get diskpack ID (which): ", &XferDualBoard::getDiskpackId,
+                                  "Diskpack %d ID: %x\n");
             break;
-        }
 
         case 'J':
         {
@@ -176,14 +157,8 @@ bool xferDualMenu(XferDualBoard& board, int key)
         }
 
         case 'O':
-        {
-            int hours = 0;
-            if (board.getOperatingHours(hours))
-                printf("Operating hours: %d\n", hours);
-            else
-                puts("Failed");
+            Menus::showOperatingHours(board);
             break;
-        }
 
         case 'P':
         {
@@ -202,15 +177,9 @@ bool xferDualMenu(XferDualBoard& board, int key)
             break;
 
         case 'U':
-        {
-            const int which = askInt("Get diskpack Guid (which): ");
-            juce::String guid;
-            if (board.getDiskpackGuid(which, guid))
-                printf("Diskpack %d Guid: %s\n", which, guid.toRawUTF8());
-            else
-                puts("Failed");
+            Menus::printReadingOf(board, "Get diskpack Guid (which): ", &XferDualBoard::getDiskpackGuid,
+                                  "Diskpack %d Guid: %s\n");
             break;
-        }
 
         case 'V':
             reportFailure(board.sasResetPhy(askInt("Phy: ")));
