@@ -2,160 +2,137 @@
 
 #include "console/RemoteDisplayDemo.h"
 
+#include <cstdarg>
 #include <cstdio>
 
 namespace
 {
-void flushed()
+/** One event's output, sent at once: the console thread may be waiting in a
+    prompt with nothing else to flush. */
+__attribute__((format(printf, 1, 2))) void printEvent(const char* format, ...)
 {
+    va_list args;
+    va_start(args, format);
+    vprintf(format, args);
+    va_end(args);
     fflush(stdout);
 }
 
-void printTouchValues(const char* label, const unsigned short* values)
+void printTouchValues(const char* label, const unsigned short* values, const char* end)
 {
     printf("\r%s:", label);
     for (int i = 0; i < RemoteBoardEventListener::numTouchValues; ++i)
         printf("%04x ", (unsigned) values[i]);
+    printEvent("%s", end);
 }
 }
 
 //==============================================================================
 void AVRDiskpackEventListener::diskpackTemperatureEvent(int degrees)
 {
-    printf("Temperature: %d deg\n", degrees);
-    flushed();
+    printEvent("Temperature: %d deg\n", degrees);
 }
 
 void AVRDiskpackEventListener::diskpackButtonEvent(int code)
 {
-    printf("Button event: %02X\n", code);
-    flushed();
+    printEvent("Button event: %02X\n", code);
 }
 
 void AVRDiskpackEventListener::diskpackLedEvent(bool on)
 {
-    printf("LED event: %d\n", on ? 1 : 0);
-    flushed();
+    printEvent("LED event: %d\n", on ? 1 : 0);
 }
 
 //==============================================================================
 void AVRChassisEventListener::bayEvent(int bay, bool present, bool locked)
 {
-    printf("Disk Pack %c %s %s\n", 'A' + bay, present ? "present" : "absent", locked ? "locked" : "unlocked");
-    flushed();
+    printEvent("Disk Pack %c %s %s\n", 'A' + bay, present ? "present" : "absent", locked ? "locked" : "unlocked");
 }
 
 void AVRChassisEventListener::dvdEjectEvent()
 {
-    printf("DVD Eject event\n");
-    flushed();
+    printEvent("DVD Eject event\n");
 }
 
 void AVRChassisEventListener::volumeEvent(int volume)
 {
-    printf("Volume event: %d\n", volume);
-    flushed();
+    printEvent("Volume event: %d\n", volume);
 }
 
 void AVRChassisEventListener::brightnessEvent(int brightness)
 {
-    printf("Brightness event: %d\n", brightness);
-    flushed();
+    printEvent("Brightness event: %d\n", brightness);
 }
 
 void AVRChassisEventListener::shuttleEvent(int position)
 {
-    printf("Shuttle event: %d\n", position);
-    flushed();
+    printEvent("Shuttle event: %d\n", position);
 }
 
 void AVRChassisEventListener::buttonEvent(int code)
 {
-    printf("Button event: %02X\n", code);
-    flushed();
+    printEvent("Button event: %02X\n", code);
 }
 
 //==============================================================================
-void AVRTransferEventListener::diskpackTemperatureEvent(int degrees)
+template <class Listener>
+void DiskpackSlotEventPrinter<Listener>::diskpackTemperatureEvent(int degrees)
 {
-    printf("Diskpack temperature: %d deg\n", degrees);
-    flushed();
+    printEvent("Diskpack temperature: %d deg\n", degrees);
 }
+
+template <class Listener>
+void DiskpackSlotEventPrinter<Listener>::diskpackEvent(bool present)
+{
+    printEvent("Diskpack event: %s\n", present ? "present" : "absent");
+}
+
+template <class Listener>
+void DiskpackSlotEventPrinter<Listener>::ledEvent(int state)
+{
+    printEvent("LED event: %d\n", state);
+}
+
+template class DiskpackSlotEventPrinter<TransferBoardEventListener>;
+template class DiskpackSlotEventPrinter<DesktopBoardEventListener>;
 
 void AVRTransferEventListener::doorEvent(bool open)
 {
-    printf("Door event: %s\n", open ? "open" : "closed");
-    flushed();
-}
-
-void AVRTransferEventListener::diskpackEvent(bool present)
-{
-    printf("Diskpack event: %s\n", present ? "present" : "absent");
-    flushed();
-}
-
-void AVRTransferEventListener::ledEvent(int state)
-{
-    printf("LED event: %d\n", state);
-    flushed();
+    printEvent("Door event: %s\n", open ? "open" : "closed");
 }
 
 //==============================================================================
 void AVRDesktopEventListener::debugEvent(const juce::String&) {}
 
-void AVRDesktopEventListener::diskpackTemperatureEvent(int degrees)
-{
-    printf("Diskpack temperature: %d deg\n", degrees);
-    flushed();
-}
-
 void AVRDesktopEventListener::leverEvent(bool open)
 {
-    printf("Lever event: %s\n", open ? "open" : "closed");
-    flushed();
-}
-
-void AVRDesktopEventListener::diskpackEvent(bool present)
-{
-    printf("Diskpack event: %s\n", present ? "present" : "absent");
-    flushed();
-}
-
-void AVRDesktopEventListener::ledEvent(int state)
-{
-    printf("LED event: %d\n", state);
-    flushed();
+    printEvent("Lever event: %s\n", open ? "open" : "closed");
 }
 
 //==============================================================================
 void AVRXferDualEventListener::systemTemperatureEvent(int boardDegrees, int sasDegrees)
 {
-    printf("Board temp: %d  SAS temp: %d\n", boardDegrees, sasDegrees);
-    flushed();
+    printEvent("Board temp: %d  SAS temp: %d\n", boardDegrees, sasDegrees);
 }
 
 void AVRXferDualEventListener::diskpackTemperatureEvent(int which, int degrees)
 {
-    printf("Diskpack %d temperature: %d deg\n", which, degrees);
-    flushed();
+    printEvent("Diskpack %d temperature: %d deg\n", which, degrees);
 }
 
 void AVRXferDualEventListener::diskpackEvent(int which, bool present, bool fault)
 {
-    printf("Diskpack %d event: %s%s\n", which, present ? "present" : "absent", fault ? " FAULT" : "");
-    flushed();
+    printEvent("Diskpack %d event: %s%s\n", which, present ? "present" : "absent", fault ? " FAULT" : "");
 }
 
 void AVRXferDualEventListener::ejectButtonEvent(int which, bool down)
 {
-    printf("Diskpack %d eject button: %s\n", which, down ? "down" : "up");
-    flushed();
+    printEvent("Diskpack %d eject button: %s\n", which, down ? "down" : "up");
 }
 
 void AVRXferDualEventListener::diskpackLedEvent(int which, bool on)
 {
-    printf("Diskpack %d LED event: %s\n", which, on ? "on" : "off");
-    flushed();
+    printEvent("Diskpack %d LED event: %s\n", which, on ? "on" : "off");
 }
 
 void AVRXferDualEventListener::diskFanSpeedEvent(int which, int speed)
@@ -168,8 +145,7 @@ void AVRXferDualEventListener::debugEvent(const juce::String&) {}
 //==============================================================================
 void AVRRemoteEventListener::keyEvent(int keys)
 {
-    printf("Key: %04x\n", (unsigned) keys);
-    flushed();
+    printEvent("Key: %04x\n", (unsigned) keys);
     lastKey = (uint32_t) keys;
     if (RemoteDisplayDemo::isRunning())
         RemoteDisplayDemo::menuEvent(lastKey, lastRotor, 0);
@@ -177,8 +153,7 @@ void AVRRemoteEventListener::keyEvent(int keys)
 
 void AVRRemoteEventListener::rotorEvent(int rotor)
 {
-    printf("Rotor: %02x\n", (unsigned) rotor);
-    flushed();
+    printEvent("Rotor: %02x\n", (unsigned) rotor);
     lastRotor = (uint32_t) rotor;
     if (RemoteDisplayDemo::isRunning())
         RemoteDisplayDemo::menuEvent(lastKey, lastRotor, 0);
@@ -186,27 +161,22 @@ void AVRRemoteEventListener::rotorEvent(int rotor)
 
 void AVRRemoteEventListener::encoderEvent(int delta)
 {
-    printf("Encoder: %d\n", delta);
-    flushed();
+    printEvent("Encoder: %d\n", delta);
     if (RemoteDisplayDemo::isRunning())
         RemoteDisplayDemo::menuEvent(lastKey, lastRotor, delta);
 }
 
 void AVRRemoteEventListener::debugEvent(const char* text)
 {
-    printf("Debug: %s\n", text);
-    flushed();
+    printEvent("Debug: %s\n", text);
 }
 
 void AVRRemoteEventListener::signalEvent(const unsigned short* values)
 {
-    printTouchValues("Sig", values);
-    flushed();
+    printTouchValues("Sig", values, "");
 }
 
 void AVRRemoteEventListener::referenceEvent(const unsigned short* values)
 {
-    printTouchValues("Ref", values);
-    printf("\n");
-    flushed();
+    printTouchValues("Ref", values, "\n");
 }

@@ -35,26 +35,32 @@ public:
     void buttonEvent(int code) override;
 };
 
-class AVRTransferEventListener : public TransferBoardEventListener
+/** The events of the one diskpack slot that the desktop and the transfer
+    station both have, printed alike. */
+template <class Listener>
+class DiskpackSlotEventPrinter : public Listener
 {
 public:
-    explicit AVRTransferEventListener(uint32_t mask) : TransferBoardEventListener(mask) {}
+    explicit DiskpackSlotEventPrinter(uint32_t mask) : Listener(mask) {}
     void diskpackTemperatureEvent(int degrees) override;
-    void doorEvent(bool open) override;
     void diskpackEvent(bool present) override;
     void ledEvent(int state) override;
 };
 
-class AVRDesktopEventListener : public DesktopBoardEventListener
+class AVRTransferEventListener : public DiskpackSlotEventPrinter<TransferBoardEventListener>
 {
 public:
-    explicit AVRDesktopEventListener(uint32_t mask) : DesktopBoardEventListener(mask) {}
+    explicit AVRTransferEventListener(uint32_t mask) : DiskpackSlotEventPrinter(mask) {}
+    void doorEvent(bool open) override;
+};
+
+class AVRDesktopEventListener : public DiskpackSlotEventPrinter<DesktopBoardEventListener>
+{
+public:
+    explicit AVRDesktopEventListener(uint32_t mask) : DiskpackSlotEventPrinter(mask) {}
     /** The firmware's developer chatter is of no use at the bench. */
     void debugEvent(const juce::String& text) override;
-    void diskpackTemperatureEvent(int degrees) override;
     void leverEvent(bool open) override;
-    void diskpackEvent(bool present) override;
-    void ledEvent(int state) override;
 };
 
 class AVRXferDualEventListener : public XferDualBoardEventListener

@@ -46,56 +46,54 @@ ConsoleArguments parseArguments(int argc, const char* const* argv)
 //==============================================================================
 namespace
 {
-template <class Board>
-HardwareBoard* make()
+/** A board kind whose listener hears every event the board reports. */
+template <class Board, class Listener, bool (*menu)(Board&, int)>
+constexpr BoardKind serialKind(char letter, const char* name, int idsSearchedInCheckMode, const char* help)
 {
-    return new Board();
-}
-
-template <class Listener>
-HardwareBoardEventListener* makeListener(uint32_t mask)
-{
-    return new Listener(mask);
-}
-
-template <class Board, bool (*menu)(Board&, int)>
-bool handle(HardwareBoard& board, int key)
-{
-    return menu(static_cast<Board&>(board), key);
+    return { letter,
+             name,
+             idsSearchedInCheckMode,
+             Listener::allEvents,
+             help,
+             [] { return static_cast<HardwareBoard*>(new Board()); },
+             [](uint32_t mask) { return static_cast<HardwareBoardEventListener*>(new Listener(mask)); },
+             [](HardwareBoard& board, int key) { return menu(static_cast<Board&>(board), key); } };
 }
 
 const BoardKind boardKinds[] = {
-    { 'c', "chassis", 1, 511,
-      "\nV volume, R brightness, I inverter,\nE leds, L lock, P power, F fan speed,\nT reset shuttle, C colour, A ambient "
-      "mode,\nS enable screen saver, H check bay connected,\nx exit\n",
-      make<ChassisBoard>, makeListener<AVRChassisEventListener>, handle<ChassisBoard, chassisMenu> },
-    { 'd', "diskpack", 4, 7,
-      "\nL led, A disk activity, X set wp, Y get wp,\nD set display text, S scsi id, V get voltage,\nT enable temp, R "
-      "read text, W write text,\nQ num text pages, O get op hours, M get temps,\nU get guid, C prepare closedown,\nI "
-      "get scsi type, B set display brightness,\nE get SAS addr, Z reset EEPROM,\nG backplane voltage rail, x exit\n",
-      make<DiskpackBoard>, makeListener<AVRDiskpackEventListener>, handle<DiskpackBoard, diskpackMenu> },
-    { 'r', "remote", 1, 63,
-      "\nC set contrast, E get contrast, R ring colour\nF set ring brightness, I get ring brightness\nA ambient Q qtouch "
-      "events,\nM boot message x exit\n",
-      make<RemoteBoard>, makeListener<AVRRemoteEventListener>, handle<RemoteBoard, remoteMenu> },
-    { 't', "desktop transfer station", 1, 31,
-      "\nZ reset EEPROM, I get diskpack ID, O get op hours,\nV get voltage, M get temps, P diskpack temp, U get "
-      "guid,\nL set leds, E get SAS addr, A get disk addr, R reset SAS\nD diskpack power, X set write protect, Y get "
-      "write protect,\nH set id leds, W program SAS EEPROM, F reset PHY\nC clear phy errors, B get phy errors, N set "
-      "phy min/max speed,\nx exit\n",
-      make<DesktopBoard>, makeListener<AVRDesktopEventListener>, handle<DesktopBoard, desktopMenu> },
-    { 'u', "xfer drive dual", 1, 127,
-      "\nZ reset EEPROM, G get voltage rail, O get op hours,\nM get temps, T sys temp, F expander fan speed, H set id "
-      "leds,\nI get diskpack ID, U get guid, P diskpack temp, J disk fan speed\nL set diskpack leds, D diskpack "
-      "power,\nX set write protect, Y get write protect,\nE get SAS addr, A get disk addr, R reset SAS,\nC clear phy "
-      "errors, B get phy errors, N set phy min/max speed,\nV reset PHY, W diskpack EEPROM write/read test,\nx exit\n",
-      make<XferDualBoard>, makeListener<AVRXferDualEventListener>, handle<XferDualBoard, xferDualMenu> },
-    { 'x', "transfer station", 2, 15,
-      "\nZ reset EEPROM, I get diskpack ID, O get op hours,\nV get voltage, B get capacity, C get current,\nF set fan "
-      "speed, W set fan pwm, M get temps\nP diskpack temp, U get guid, L set leds,\nD diskpack power, X set write "
-      "protect, Y get write protect,\nH internal disk power, T tape drive power,\nN get optional devices fitted, R set "
-      "optional devices fitted,\nE get SAS addr, S set manual SAS addr,\nx exit\n",
-      make<TransferBoard>, makeListener<AVRTransferEventListener>, handle<TransferBoard, transferMenu> },
+    serialKind<ChassisBoard, AVRChassisEventListener, chassisMenu>(
+        'c', "chassis", 1,
+        "\nV volume, R brightness, I inverter,\nE leds, L lock, P power, F fan speed,\nT reset shuttle, C colour, A "
+        "ambient mode,\nS enable screen saver, H check bay connected,\nx exit\n"),
+    serialKind<DiskpackBoard, AVRDiskpackEventListener, diskpackMenu>(
+        'd', "diskpack", 4,
+        "\nL led, A disk activity, X set wp, Y get wp,\nD set display text, S scsi id, V get voltage,\nT enable temp, "
+        "R read text, W write text,\nQ num text pages, O get op hours, M get temps,\nU get guid, C prepare "
+        "closedown,\nI get scsi type, B set display brightness,\nE get SAS addr, Z reset EEPROM,\nG backplane voltage "
+        "rail, x exit\n"),
+    serialKind<RemoteBoard, AVRRemoteEventListener, remoteMenu>(
+        'r', "remote", 1,
+        "\nC set contrast, E get contrast, R ring colour\nF set ring brightness, I get ring brightness\nA ambient Q "
+        "qtouch events,\nM boot message x exit\n"),
+    serialKind<DesktopBoard, AVRDesktopEventListener, desktopMenu>(
+        't', "desktop transfer station", 1,
+        "\nZ reset EEPROM, I get diskpack ID, O get op hours,\nV get voltage, M get temps, P diskpack temp, U get "
+        "guid,\nL set leds, E get SAS addr, A get disk addr, R reset SAS\nD diskpack power, X set write protect, Y "
+        "get write protect,\nH set id leds, W program SAS EEPROM, F reset PHY\nC clear phy errors, B get phy "
+        "errors, N set phy min/max speed,\nx exit\n"),
+    serialKind<XferDualBoard, AVRXferDualEventListener, xferDualMenu>(
+        'u', "xfer drive dual", 1,
+        "\nZ reset EEPROM, G get voltage rail, O get op hours,\nM get temps, T sys temp, F expander fan speed, H set "
+        "id leds,\nI get diskpack ID, U get guid, P diskpack temp, J disk fan speed\nL set diskpack leds, D "
+        "diskpack power,\nX set write protect, Y get write protect,\nE get SAS addr, A get disk addr, R reset "
+        "SAS,\nC clear phy errors, B get phy errors, N set phy min/max speed,\nV reset PHY, W diskpack EEPROM "
+        "write/read test,\nx exit\n"),
+    serialKind<TransferBoard, AVRTransferEventListener, transferMenu>(
+        'x', "transfer station", 2,
+        "\nZ reset EEPROM, I get diskpack ID, O get op hours,\nV get voltage, B get capacity, C get current,\nF set "
+        "fan speed, W set fan pwm, M get temps\nP diskpack temp, U get guid, L set leds,\nD diskpack power, X set "
+        "write protect, Y get write protect,\nH internal disk power, T tape drive power,\nN get optional devices "
+        "fitted, R set optional devices fitted,\nE get SAS addr, S set manual SAS addr,\nx exit\n"),
 };
 
 void keystrokeLoop(const BoardKind& kind, HardwareBoard& board)
@@ -147,33 +145,31 @@ bool searchBoards(juce::OwnedArray<HardwareBoard>& owned, const std::function<Ha
                   bool check, int maxIds)
 {
     bool found = false;
-    if (!check)
-    {
+    auto tryId = [&](int boardId) {
         std::unique_ptr<HardwareBoard> board(makeBoard());
-        found = board->findAndOpen(id);
+        found = board->findAndOpen(boardId);
+        // Found boards stay open so the next search skips their ports.
         if (found)
             owned.add(board.release());
+        return found;
+    };
+
+    if (!check)
+    {
+        tryId(id);
     }
     else if (id >= 0)
     {
         // Zero boards wanted still means one look.
         const int wanted = std::max(id, 1);
         int counted = 0;
-        int tryId = 0;
+        int nextId = 0;
         while (counted < wanted)
         {
-            std::unique_ptr<HardwareBoard> board(makeBoard());
-            found = board->findAndOpen(tryId);
-            if (found)
-            {
-                // Found boards stay open so the next search skips their ports.
-                owned.add(board.release());
+            if (tryId(nextId))
                 ++counted;
-            }
-            else if (++tryId >= maxIds)
-            {
+            else if (++nextId >= maxIds)
                 break;
-            }
         }
     }
 
