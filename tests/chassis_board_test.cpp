@@ -1,43 +1,16 @@
-#include "support/PtyPeer.h"
-#include "support/TestBoard.h"
+#include "support/BoardTestKit.h"
 
-#include "boards/ChassisBoard.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+using namespace boardtest;
 
 namespace
 {
-struct Recorder : ChassisBoardEventListener
-{
-    using ChassisBoardEventListener::ChassisBoardEventListener;
-    void bayEvent(int bay, bool present, bool locked) override
-    {
-        calls.push_back("bay " + std::to_string(bay) + (present ? " present" : " absent")
-                        + (locked ? " locked" : " unlocked"));
-    }
-    void dvdEjectEvent() override { calls.push_back("eject"); }
-    void volumeEvent(int v) override { calls.push_back("volume " + std::to_string(v)); }
-    void brightnessEvent(int v) override { calls.push_back("brightness " + std::to_string(v)); }
-    void shuttleEvent(int v) override { calls.push_back("shuttle " + std::to_string(v)); }
-    void buttonEvent(int v) override { calls.push_back("button " + std::to_string(v)); }
-    std::vector<std::string> calls;
-};
-
-using Calls = std::vector<std::string>;
-
 struct VersionedChassis : Scripted<ChassisBoard>
 {
     using HardwareBoard::setVersionString;
 };
 
-struct Chassis : ::testing::Test
+struct Chassis : ScriptedBoardTest<VersionedChassis>
 {
-    VersionedChassis board;
-    LogCapture log;
-
     static constexpr const char* unlockRefused = "ChassisBoard: Attempt to unlock powered up disk pack!!\n";
     static constexpr const char* powerRefused = "ChassisBoard: Attempt to power up unlocked disk pack!!\n";
 };
@@ -180,31 +153,23 @@ TEST_F(Chassis, ClosingCommitsTheEeprom)
 
 TEST_F(Chassis, EventsReachListenersByMask)
 {
-    Recorder all, bay2(ChassisBoardEventListener::bayEventBit(2)),
+    ChassisHeard all, bay2(ChassisBoardEventListener::bayEventBit(2)),
         knobs(ChassisBoardEventListener::volumeEventBit | ChassisBoardEventListener::shuttleEventBit);
     board.registerListener(&all);
     board.registerListener(&bay2);
     board.registerListener(&knobs);
 
-    for (auto* line : { "b3", "c1", "d2", "a0", "e", "v1F", "r0A", "sFE", "s1FE", "s05", "t42" })
-        board.eventReceived(line);
+    feed(board, { "b3", "c1", "d2", "a0", "e", "v1F", "r0A", "sFE", "s1FE", "s05", "t42" });
 
-    EXPECT_EQ(all.calls, (Calls { "bay 1 present locked", "bay 2 present unlocked", "bay 3 absent locked",
+    EXPECT_EQ(all.calls(), (Calls { "bay 1 present locked", "bay 2 present unlocked", "bay 3 absent locked",
                                   "bay 0 absent unlocked", "eject", "volume 31", "brightness 10", "shuttle -2",
                                   "shuttle -2", "shuttle 5", "button 66" }));
-    EXPECT_EQ(bay2.calls, (Calls { "bay 2 present unlocked" }));
-    EXPECT_EQ(knobs.calls, (Calls { "volume 31", "shuttle -2", "shuttle -2", "shuttle 5" }));
+    EXPECT_EQ(bay2.calls(), (Calls { "bay 2 present unlocked" }));
+    EXPECT_EQ(knobs.calls(), (Calls { "volume 31", "shuttle -2", "shuttle -2", "shuttle 5" }));
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
 TEST_F(Chassis, UnknownEventsAreLogged)
 {
-    Recorder all;
-    board.registerListener(&all);
-    for (auto* line : { "f1", "q", "u7" })
-        board.eventReceived(line);
-    EXPECT_TRUE(all.calls.empty());
-    EXPECT_EQ(log.lines(), (juce::StringArray { "ChassisBoardEventListener: received unknown event 'f'",
-                                                "ChassisBoardEventListener: received unknown event 'q'",
-                                                "ChassisBoardEventListener: received unknown event 'u'" }));
+    expectUnknownEventsLogged<ChassisHeard>(board, log, { "f1", "q", "u7" }, "ChassisBoardEventListener");
 }

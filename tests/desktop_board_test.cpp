@@ -1,21 +1,12 @@
-#include "support/PtyPeer.h"
-#include "support/TestBoard.h"
-
-#include "boards/DesktopBoard.h"
-
-#include <gtest/gtest.h>
+#include "support/BoardTestKit.h"
 
 #include <map>
-#include <vector>
+
+using namespace boardtest;
+using Desktop = ScriptedBoardTest<Scripted<DesktopBoard>>;
 
 namespace
 {
-struct Desktop : ::testing::Test
-{
-    Scripted<DesktopBoard> board;
-    LogCapture log;
-};
-
 /** Sum of image bytes [from, to] modulo 256. */
 unsigned imageSum(int from, int to)
 {
@@ -64,47 +55,22 @@ struct EepromBoard : Scripted<DesktopBoard>
         return !(command == "E06" && failReset);
     }
 };
-
-struct Events : DesktopBoardEventListener
-{
-    using DesktopBoardEventListener::DesktopBoardEventListener;
-    juce::StringArray got;
-    void debugEvent(const juce::String& t) override { got.add("debug " + t); }
-    void diskpackTemperatureEvent(int d) override { got.add("temp " + juce::String(d)); }
-    void leverEvent(bool open) override { got.add(open ? "lever open" : "lever closed"); }
-    void diskpackEvent(bool present) override { got.add(present ? "present" : "absent"); }
-    void ledEvent(int s) override { got.add("led " + juce::String(s)); }
-};
 } // namespace
 
 TEST_F(Desktop, DiskpackAndBoardCommands)
 {
-    int v = -1, min = 0, max = 0;
-    bool b = false;
-    juce::String s;
+    int v = -1;
+    bool b = true;
 
     EXPECT_TRUE(board.resetEeprom());
-    board.willReply("R2A");
-    EXPECT_TRUE(board.getBatteryVoltage(v));
-    EXPECT_EQ(v, 4200) << "battery steps are 100 mV";
-    board.willReply("Rb");
-    EXPECT_TRUE(board.getDiskpackId(v));
-    EXPECT_EQ(v, 11);
-    board.willReply("R0123-abc");
-    EXPECT_TRUE(board.getDiskpackGuid(s));
-    EXPECT_EQ(s, "0123-abc");
+    EXPECT_EQ(replied(board, "R2A", &DesktopBoard::getBatteryVoltage), 4200) << "battery steps are 100 mV";
+    EXPECT_EQ(replied(board, "Rb", &DesktopBoard::getDiskpackId), 11);
+    EXPECT_EQ(replied(board, "R0123-abc", &DesktopBoard::getDiskpackGuid), "0123-abc");
     EXPECT_TRUE(board.setDiskpackWriteProtect(true));
-    board.willReply("R1");
-    EXPECT_TRUE(board.getDiskpackWriteProtect(b));
-    EXPECT_TRUE(b);
+    EXPECT_TRUE(replied(board, "R1", &DesktopBoard::getDiskpackWriteProtect));
     EXPECT_TRUE(board.enableDiskpackTemperatureEvents(true));
-    board.willReply("R01F4");
-    EXPECT_TRUE(board.getOperatingHours(v));
-    EXPECT_EQ(v, 500);
-    board.willReply("RF619");
-    EXPECT_TRUE(board.getMinMaxTemperatures(min, max));
-    EXPECT_EQ(min, -10);
-    EXPECT_EQ(max, 25);
+    EXPECT_EQ(replied(board, "R01F4", &DesktopBoard::getOperatingHours), 500);
+    EXPECT_EQ(repliedPair(board, "RF619", &DesktopBoard::getMinMaxTemperatures), std::make_pair(-10, 25));
     EXPECT_TRUE(board.setDiskpackPower(false));
     EXPECT_TRUE(board.setLedId(0x13)) << "the id is cut to one digit";
 
@@ -112,7 +78,6 @@ TEST_F(Desktop, DiskpackAndBoardCommands)
     EXPECT_EQ(board.sent, expected);
 
     // A reply of the wrong length leaves the result alone.
-    v = -1;
     board.willReply("R2A0");
     EXPECT_FALSE(board.getBatteryVoltage(v));
     EXPECT_EQ(v, -1);
@@ -144,19 +109,10 @@ TEST_F(Desktop, LedStateIsSentOnlyOnChange)
 
 TEST_F(Desktop, ExpanderReads)
 {
-    juce::String addr;
     int count = -1;
-
-    board.willReply("R5006050BCDA1000F");
-    EXPECT_TRUE(board.sasGetExpanderAddr(addr));
-    EXPECT_EQ(addr, "5006050BCDA1000F");
-
-    board.willReply("R0000002a");
-    EXPECT_TRUE(board.getPhyErrorCount(11, count));
-    EXPECT_EQ(count, 42);
-    board.willReply("RFFFFFFFF");
-    EXPECT_TRUE(board.getPhyErrorCount(0, count));
-    EXPECT_EQ(count, -1) << "all 32 bits come through";
+    EXPECT_EQ(replied(board, "R5006050BCDA1000F", &DesktopBoard::sasGetExpanderAddr), "5006050BCDA1000F");
+    EXPECT_EQ(replied(board, "R0000002a", &DesktopBoard::getPhyErrorCount, 11), 42);
+    EXPECT_EQ(replied(board, "RFFFFFFFF", &DesktopBoard::getPhyErrorCount, 0), -1) << "all 32 bits come through";
     EXPECT_EQ(board.sent, (juce::StringArray { "E05000000", "E03042F18", "E03040318" }));
     for (bool e : board.expected)
         EXPECT_TRUE(e);
@@ -186,9 +142,7 @@ TEST_F(Desktop, DiskAddressReadsStatusFirst)
 
     board.clearSent();
     board.willReply("R1ABCDEF1");
-    board.willReply("R5000C50012345678");
-    EXPECT_TRUE(board.sasGetDiskAddr(3, addr));
-    EXPECT_EQ(addr, "5000C50012345678");
+    EXPECT_EQ(replied(board, "R5000C50012345678", &DesktopBoard::sasGetDiskAddr, 3), "5000C50012345678");
     EXPECT_EQ(board.sent, (juce::StringArray { "E03042044", "E05042078" }));
 
     board.clearSent();
@@ -348,29 +302,21 @@ TEST(DesktopEeprom, FailuresStopAtTheBlockAndReportTheirCode)
 
 TEST_F(Desktop, EventsReachListenersByMask)
 {
-    Events all, tempAndPresence(DesktopBoardEventListener::diskpackTemperatureBit | DesktopBoardEventListener::diskpackBit);
+    DesktopHeard all, tempAndPresence(DesktopBoardEventListener::diskpackTemperatureBit | DesktopBoardEventListener::diskpackBit);
     HardwareBoardEventListener foreign;  // not a desktop listener: must be skipped safely
     board.registerListener(&foreign);
     board.registerListener(&all);
     board.registerListener(&tempAndPresence);
 
-    for (auto line : { "pF0", "p19", "v1", "v0", "i1", "i0", "l9", "dhello R world", "d" })
-        board.eventReceived(line);
+    feed(board, { "pF0", "p19", "v1", "v0", "i1", "i0", "l9", "dhello R world", "d" });
 
-    const juce::StringArray expectAll { "temp -16", "temp 25", "lever open", "lever closed", "present",
-                                        "absent", "led 9", "debug hello R world", "debug " };
-    EXPECT_EQ(all.got, expectAll);
-    EXPECT_EQ(tempAndPresence.got, (juce::StringArray { "temp -16", "temp 25", "present", "absent" }));
+    EXPECT_EQ(all.calls(), (Calls { "temp -16", "temp 25", "lever open", "lever closed", "present", "absent",
+                                    "led 9", "debug hello R world", "debug " }));
+    EXPECT_EQ(tempAndPresence.calls(), (Calls { "temp -16", "temp 25", "present", "absent" }));
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
 TEST_F(Desktop, UnknownEventsAreLoggedAndDropped)
 {
-    Events all;
-    board.registerListener(&all);
-    board.eventReceived("t12");
-    board.eventReceived("b1");
-    EXPECT_TRUE(all.got.isEmpty());
-    EXPECT_EQ(log.lines(), (juce::StringArray { "DesktopBoardEventListener: received unknown event 't'",
-                                                "DesktopBoardEventListener: received unknown event 'b'" }));
+    expectUnknownEventsLogged<DesktopHeard>(board, log, { "t12", "b1" }, "DesktopBoardEventListener");
 }

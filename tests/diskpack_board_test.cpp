@@ -1,33 +1,10 @@
-#include "support/PtyPeer.h"
-#include "support/TestBoard.h"
-
-#include "boards/DiskpackBoard.h"
-
-#include <gtest/gtest.h>
+#include "support/BoardTestKit.h"
 
 #include <climits>
 #include <string>
-#include <vector>
 
-namespace
-{
-struct Recorder : DiskpackBoardEventListener
-{
-    using DiskpackBoardEventListener::DiskpackBoardEventListener;
-    void diskpackTemperatureEvent(int degrees) override { calls.push_back("temp " + std::to_string(degrees)); }
-    void diskpackButtonEvent(int code) override { calls.push_back("button " + std::to_string(code)); }
-    void diskpackLedEvent(bool on) override { calls.push_back(on ? "led on" : "led off"); }
-    std::vector<std::string> calls;
-};
-
-using Calls = std::vector<std::string>;
-
-struct Diskpack : ::testing::Test
-{
-    Scripted<DiskpackBoard> board;
-    LogCapture log;
-};
-} // namespace
+using namespace boardtest;
+using Diskpack = ScriptedBoardTest<Scripted<DiskpackBoard>>;
 
 TEST_F(Diskpack, SettersPutTheirArgumentOnTheWire)
 {
@@ -107,37 +84,15 @@ TEST_F(Diskpack, TextPagesSelectThePageFirst)
 
 TEST_F(Diskpack, RepliesAreDecoded)
 {
-    int a = 0, b = 0;
-    board.willReply("RF619");
-    EXPECT_TRUE(board.getMinMaxTemperatures(a, b));
-    EXPECT_EQ(a, -10);
-    EXPECT_EQ(b, 25);
-    board.willReply("R7F80");
-    EXPECT_TRUE(board.getMinMaxTemperatures(a, b));
-    EXPECT_EQ(a, 127);
-    EXPECT_EQ(b, -128);
-
-    board.willReply("R96");
-    EXPECT_TRUE(board.getBatteryVoltage(a));
-    EXPECT_EQ(a, 3000);
-
-    board.willReply("R1234");
-    EXPECT_TRUE(board.getOperatingHours(a));
-    EXPECT_EQ(a, 0x1234);
-
-    board.willReply("R0ABC");
-    EXPECT_TRUE(board.getBackplaneVoltageRail(2, 5, a));
-    EXPECT_EQ(a, 0xABC);
+    EXPECT_EQ(repliedPair(board, "RF619", &DiskpackBoard::getMinMaxTemperatures), std::make_pair(-10, 25));
+    EXPECT_EQ(repliedPair(board, "R7F80", &DiskpackBoard::getMinMaxTemperatures), std::make_pair(127, -128));
+    EXPECT_EQ(replied(board, "R96", &DiskpackBoard::getBatteryVoltage), 3000);
+    EXPECT_EQ(replied(board, "R1234", &DiskpackBoard::getOperatingHours), 0x1234);
+    EXPECT_EQ(replied(board, "R0ABC", &DiskpackBoard::getBackplaneVoltageRail, 2, 5), 0xABC);
     EXPECT_EQ(board.lastSent(), "G25");
-
-    juce::String s;
-    board.willReply("R5000C50012345678");
-    EXPECT_TRUE(board.getSasAddr(1, s));
-    EXPECT_EQ(s, "5000C50012345678");
+    EXPECT_EQ(replied(board, "R5000C50012345678", &DiskpackBoard::getSasAddr, 1), "5000C50012345678");
     EXPECT_EQ(board.lastSent(), "E1");
-    board.willReply("R{guid-text}");
-    EXPECT_TRUE(board.getGuid(s));
-    EXPECT_EQ(s, "{guid-text}");
+    EXPECT_EQ(replied(board, "R{guid-text}", &DiskpackBoard::getGuid), "{guid-text}");
 }
 
 TEST_F(Diskpack, FlagRepliesAboveOneAreFailures)
@@ -172,31 +127,21 @@ TEST_F(Diskpack, TransportFailuresLeaveResultsAlone)
 
 TEST_F(Diskpack, EventsReachListenersByMask)
 {
-    Recorder all, buttonsOnly(DiskpackBoardEventListener::buttonEventBit), nothing(0);
+    DiskpackHeard all, buttonsOnly(DiskpackBoardEventListener::buttonEventBit), nothing(0);
     board.registerListener(&all);
     board.registerListener(&buttonsOnly);
     board.registerListener(&nothing);
 
-    board.eventReceived("tF0");
-    board.eventReceived("bF0");
-    board.eventReceived("t19");
-    board.eventReceived("l1");
-    board.eventReceived("l0");
-    board.eventReceived("b");
+    feed(board, { "tF0", "bF0", "t19", "l1", "l0", "b" });
 
-    EXPECT_EQ(all.calls, (Calls { "temp -16", "button 240", "temp 25", "led on", "led off", "button 0" }));
-    EXPECT_EQ(buttonsOnly.calls, (Calls { "button 240", "button 0" }));
-    EXPECT_TRUE(nothing.calls.empty());
+    EXPECT_EQ(all.calls(), (Calls { "temp -16", "button 240", "temp 25", "led on", "led off", "button 0" }));
+    EXPECT_EQ(buttonsOnly.calls(), (Calls { "button 240", "button 0" }));
+    EXPECT_TRUE(nothing.calls().empty());
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
 TEST_F(Diskpack, UnknownEventsAreLoggedAndDropped)
 {
-    Recorder all;
-    board.registerListener(&all);
-    board.eventReceived("x12");
-    board.eventReceived("B1"); // letters are case sensitive
-    EXPECT_TRUE(all.calls.empty());
-    EXPECT_EQ(log.lines(), (juce::StringArray { "DiskpackBoardEventListener: received unknown event 'x'",
-                                                "DiskpackBoardEventListener: received unknown event 'B'" }));
+    // Letters are case sensitive.
+    expectUnknownEventsLogged<DiskpackHeard>(board, log, { "x12", "B1" }, "DiskpackBoardEventListener");
 }

@@ -1,33 +1,7 @@
-#include "support/PtyPeer.h"
-#include "support/TestBoard.h"
+#include "support/BoardTestKit.h"
 
-#include "boards/TransferBoard.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
-namespace
-{
-struct Recorder : TransferBoardEventListener
-{
-    using TransferBoardEventListener::TransferBoardEventListener;
-    void diskpackTemperatureEvent(int d) override { calls.push_back("temp " + std::to_string(d)); }
-    void doorEvent(bool open) override { calls.push_back(open ? "door open" : "door closed"); }
-    void diskpackEvent(bool present) override { calls.push_back(present ? "pack in" : "pack out"); }
-    void ledEvent(int state) override { calls.push_back("led " + std::to_string(state)); }
-    std::vector<std::string> calls;
-};
-
-using Calls = std::vector<std::string>;
-
-struct Transfer : ::testing::Test
-{
-    Scripted<TransferBoard> board;
-    LogCapture log;
-};
-} // namespace
+using namespace boardtest;
+using Transfer = ScriptedBoardTest<Scripted<TransferBoard>>;
 
 TEST_F(Transfer, FanSpeedClampsAndPwmIndexIsChecked)
 {
@@ -77,10 +51,8 @@ TEST_F(Transfer, WriteProtectSelectsTheTarget)
     board.setInternalDisksWriteProtect(false);
     board.enableDiskpackTemperatureEvents(true);
 
-    bool wp = false;
-    board.willReply("R1");
-    EXPECT_TRUE(board.getDiskpackWriteProtect(wp));
-    EXPECT_TRUE(wp);
+    EXPECT_TRUE(replied(board, "R1", &TransferBoard::getDiskpackWriteProtect));
+    bool wp = true;
     board.willReply("R0");
     EXPECT_TRUE(board.getInternalDisksWriteProtect(wp));
     EXPECT_FALSE(wp);
@@ -95,28 +67,16 @@ TEST_F(Transfer, SasAddressIsEmptyOrSixteenCharacters)
     EXPECT_FALSE(board.setSasAddr(2, "5000C500123456789"));
     EXPECT_EQ(board.sent, (juce::StringArray { "S1", "S25000C50012345678" }));
 
-    juce::String addr;
-    board.willReply("R5000C50012345678");
-    EXPECT_TRUE(board.getSasAddr(3, addr));
-    EXPECT_EQ(addr, "5000C50012345678");
+    EXPECT_EQ(replied(board, "R5000C50012345678", &TransferBoard::getSasAddr, 3), "5000C50012345678");
     EXPECT_EQ(board.lastSent(), "E3");
 }
 
 TEST_F(Transfer, BatteryReadingsAreScaled)
 {
-    int v = 0;
-    board.willReply("RFFFF");
-    EXPECT_TRUE(board.getBatteryCurrent(v));
-    EXPECT_EQ(v, 65535) << "not-available passes through unscaled";
-    board.willReply("R0010");
-    EXPECT_TRUE(board.getBatteryCurrent(v));
-    EXPECT_EQ(v, 160);
-    board.willReply("R3C");
-    EXPECT_TRUE(board.getBatteryVoltage(v));
-    EXPECT_EQ(v, 12000);
-    board.willReply("R64");
-    EXPECT_TRUE(board.getBatteryCapacity(v));
-    EXPECT_EQ(v, 100);
+    EXPECT_EQ(replied(board, "RFFFF", &TransferBoard::getBatteryCurrent), 65535) << "not-available passes through unscaled";
+    EXPECT_EQ(replied(board, "R0010", &TransferBoard::getBatteryCurrent), 160);
+    EXPECT_EQ(replied(board, "R3C", &TransferBoard::getBatteryVoltage), 12000);
+    EXPECT_EQ(replied(board, "R64", &TransferBoard::getBatteryCapacity), 100);
     EXPECT_EQ(board.sent, (juce::StringArray { "C", "C", "V", "B" }));
 }
 
@@ -142,37 +102,24 @@ TEST_F(Transfer, FittedDevicesShareOneReply)
 
 TEST_F(Transfer, OtherReplies)
 {
-    int a = 0, b = 0;
-    board.willReply("R80FF");
-    EXPECT_TRUE(board.getMinMaxTemperatures(a, b));
-    EXPECT_EQ(a, -128);
-    EXPECT_EQ(b, -1);
-    board.willReply("R7");
-    EXPECT_TRUE(board.getDiskpackId(a));
-    EXPECT_EQ(a, 7);
-    board.willReply("R0100");
-    EXPECT_TRUE(board.getOperatingHours(a));
-    EXPECT_EQ(a, 256);
-    juce::String guid;
-    board.willReply("R0123-4567");
-    EXPECT_TRUE(board.getDiskpackGuid(guid));
-    EXPECT_EQ(guid, "0123-4567");
+    EXPECT_EQ(repliedPair(board, "R80FF", &TransferBoard::getMinMaxTemperatures), std::make_pair(-128, -1));
+    EXPECT_EQ(replied(board, "R7", &TransferBoard::getDiskpackId), 7);
+    EXPECT_EQ(replied(board, "R0100", &TransferBoard::getOperatingHours), 256);
+    EXPECT_EQ(replied(board, "R0123-4567", &TransferBoard::getDiskpackGuid), "0123-4567");
     EXPECT_TRUE(board.resetEeprom());
     EXPECT_EQ(board.sent, (juce::StringArray { "M", "I", "O", "U", "Z" }));
 }
 
 TEST_F(Transfer, EventsReachListenersByMask)
 {
-    Recorder all, door(TransferBoardEventListener::doorEventBit | TransferBoardEventListener::ledEventBit);
+    TransferHeard all, door(TransferBoardEventListener::doorEventBit | TransferBoardEventListener::ledEventBit);
     board.registerListener(&all);
     board.registerListener(&door);
 
-    for (auto* line : { "pF0", "p1F", "d1", "d0", "i1", "i0", "l9" })
-        board.eventReceived(line);
-    board.eventReceived("t20");
+    feed(board, { "pF0", "p1F", "d1", "d0", "i1", "i0", "l9", "t20" });
 
-    EXPECT_EQ(all.calls,
+    EXPECT_EQ(all.calls(),
               (Calls { "temp -16", "temp 31", "door open", "door closed", "pack in", "pack out", "led 9" }));
-    EXPECT_EQ(door.calls, (Calls { "door open", "door closed", "led 9" }));
-    EXPECT_EQ(log.lines(), (juce::StringArray { "TransferBoardEventListener: received unknown event 't'" }));
+    EXPECT_EQ(door.calls(), (Calls { "door open", "door closed", "led 9" }));
+    EXPECT_EQ(log.lines(), unknownEvents("TransferBoardEventListener", "t"));
 }

@@ -1,67 +1,23 @@
-#include "support/PtyPeer.h"
-#include "support/TestBoard.h"
+#include "support/BoardTestKit.h"
 
-#include "boards/XferDualBoard.h"
-
-#include <gtest/gtest.h>
-
-namespace
-{
-struct XferDual : ::testing::Test
-{
-    Scripted<XferDualBoard> board;
-    LogCapture log;
-};
-
-struct Events : XferDualBoardEventListener
-{
-    using XferDualBoardEventListener::XferDualBoardEventListener;
-    juce::StringArray got;
-    void add(const juce::String& s) { got.add(s); }
-    void systemTemperatureEvent(int b, int s) override { add("sys " + juce::String(b) + " " + juce::String(s)); }
-    void diskpackTemperatureEvent(int w, int d) override { add("temp " + juce::String(w) + " " + juce::String(d)); }
-    void diskpackEvent(int w, bool p, bool f) override
-    {
-        add("pack " + juce::String(w) + (p ? " present" : " absent") + (f ? " fault" : ""));
-    }
-    void ejectButtonEvent(int w, bool down) override { add("eject " + juce::String(w) + (down ? " down" : " up")); }
-    void diskpackLedEvent(int w, bool on) override { add("led " + juce::String(w) + (on ? " on" : " off")); }
-    void diskFanSpeedEvent(int w, int s) override { add("fan " + juce::String(w) + " " + juce::String(s)); }
-    void debugEvent(const juce::String& t) override { add("debug " + t); }
-};
-} // namespace
+using namespace boardtest;
+using XferDual = ScriptedBoardTest<Scripted<XferDualBoard>>;
 
 TEST_F(XferDual, BoardAndDiskpackCommands)
 {
-    int v = -1, min = 0, max = 0;
-    bool b = false;
-    juce::String s;
-
     EXPECT_TRUE(board.resetEeprom());
-    board.willReply("R0CE4");
-    EXPECT_TRUE(board.getVoltageRail(2, v));
-    EXPECT_EQ(v, 3300);
-    board.willReply("R1234");
-    EXPECT_TRUE(board.getOperatingHours(v));
-    board.willReply("R80FF");
-    EXPECT_TRUE(board.getMinMaxTemperatures(2, min, max));
-    EXPECT_EQ(min, -128);
-    EXPECT_EQ(max, -1);
+    EXPECT_EQ(replied(board, "R0CE4", &XferDualBoard::getVoltageRail, 2), 3300);
+    EXPECT_EQ(replied(board, "R1234", &XferDualBoard::getOperatingHours), 0x1234);
+    EXPECT_EQ(repliedPair(board, "R80FF", &XferDualBoard::getMinMaxTemperatures, 2), std::make_pair(-128, -1));
     EXPECT_TRUE(board.enableSysTemperatureEvents(true));
     EXPECT_TRUE(board.setLedId(5));
-    board.willReply("R3");
-    EXPECT_TRUE(board.getDiskpackId(1, v));
-    EXPECT_EQ(v, 3);
-    board.willReply("Rguid-1");
-    EXPECT_TRUE(board.getDiskpackGuid(1, s));
-    EXPECT_EQ(s, "guid-1");
+    EXPECT_EQ(replied(board, "R3", &XferDualBoard::getDiskpackId, 1), 3);
+    EXPECT_EQ(replied(board, "Rguid-1", &XferDualBoard::getDiskpackGuid, 1), "guid-1");
     EXPECT_TRUE(board.enableDiskpackTemperatureEvents(1, true));
     EXPECT_TRUE(board.setDiskpackPower(1, true));
     EXPECT_TRUE(board.setDiskpackPower(0, false));
     EXPECT_TRUE(board.setDiskpackWriteProtect(0, true));
-    board.willReply("R1");
-    EXPECT_TRUE(board.getDiskpackWriteProtect(1, b));
-    EXPECT_TRUE(b);
+    EXPECT_TRUE(replied(board, "R1", &XferDualBoard::getDiskpackWriteProtect, 1));
     EXPECT_TRUE(board.setDiskFanSpeed(1, true, 200)) << "auto ignores the speed";
     EXPECT_TRUE(board.setDiskFanSpeed(0, false, 200));
 
@@ -130,9 +86,8 @@ TEST_F(XferDual, DiskpackEepromTransfers)
 TEST_F(XferDual, ExpanderAddresses)
 {
     juce::String addr;
-    board.willReply("R5006050BCDA1000F");
-    EXPECT_TRUE(board.sasGetExpanderAddr(addr));
-    EXPECT_EQ(addr, "5006050bcda1000f") << "addresses are given in lower case";
+    EXPECT_EQ(replied(board, "R5006050BCDA1000F", &XferDualBoard::sasGetExpanderAddr), "5006050bcda1000f")
+        << "addresses are given in lower case";
     board.willReply("R5006050BCDA100");
     EXPECT_FALSE(board.sasGetExpanderAddr(addr)) << "seven bytes are not an address";
     EXPECT_EQ(board.sent, (juce::StringArray { "E05C0066010", "E05C0066010" }));
@@ -140,12 +95,8 @@ TEST_F(XferDual, ExpanderAddresses)
     // Diskpack 1's first disk is on PHY 3, diskpack 0's second on PHY 0.
     board.clearSent();
     board.willReply("R10000001");
-    board.willReply("R5000C50012345678");
-    EXPECT_TRUE(board.sasGetDiskAddr(1, 0, addr));
-    EXPECT_EQ(addr, "5000c50012345678");
-    board.willReply("R10000000");
-    EXPECT_TRUE(board.sasGetDiskAddr(0, 1, addr));
-    EXPECT_EQ(addr, "0000000000000000");
+    EXPECT_EQ(replied(board, "R5000C50012345678", &XferDualBoard::sasGetDiskAddr, 1, 0), "5000c50012345678");
+    EXPECT_EQ(replied(board, "R10000000", &XferDualBoard::sasGetDiskAddr, 0, 1), "0000000000000000");
     EXPECT_EQ(board.sent, (juce::StringArray { "E03C0043044", "E05C0043078", "E03C0040044" }));
 
     board.clearSent();
@@ -166,12 +117,8 @@ TEST_F(XferDual, ExpanderAddresses)
 TEST_F(XferDual, PhyCountersAndResets)
 {
     int count = 0;
-    board.willReply("R0000ffff");
-    EXPECT_TRUE(board.sasGetPhyErrorCount(35, count));
-    EXPECT_EQ(count, 65535);
-    board.willReply("R00000000");
-    EXPECT_TRUE(board.sasGetPhyErrorCount(17, count));
-    EXPECT_EQ(count, 0);
+    EXPECT_EQ(replied(board, "R0000ffff", &XferDualBoard::sasGetPhyErrorCount, 35), 65535);
+    EXPECT_EQ(replied(board, "R00000000", &XferDualBoard::sasGetPhyErrorCount, 17), 0);
     EXPECT_EQ(board.sent, (juce::StringArray { "E03C0063730", "E03C0051730" }));
     EXPECT_FALSE(board.sasGetPhyErrorCount(36, count));
     EXPECT_FALSE(board.sasGetPhyErrorCount(-1, count));
@@ -250,29 +197,21 @@ TEST_F(XferDual, LinkRateIsReadModifiedAndWritten)
 
 TEST_F(XferDual, EventsAreSplitAndFilteredByMask)
 {
-    Events all, packsOnly(XferDualBoardEventListener::diskpackBit | XferDualBoardEventListener::ejectButtonBit);
+    XferDualHeard all, packsOnly(XferDualBoardEventListener::diskpackBit | XferDualBoardEventListener::ejectButtonBit);
     board.registerListener(&all);
     board.registerListener(&packsOnly);
 
-    for (auto line : { "t1EF6", "p1F0", "p019", "i13", "i11", "i02", "b11", "b00", "l10", "l01", "j1C8", "dfan stalled" })
-        board.eventReceived(line);
+    feed(board, { "t1EF6", "p1F0", "p019", "i13", "i11", "i02", "b11", "b00", "l10", "l01", "j1C8", "dfan stalled" });
 
-    const juce::StringArray expectAll { "sys 30 -10",         "temp 1 -16",         "temp 0 25",     "pack 1 present fault",
-                                        "pack 1 present",     "pack 0 absent fault", "eject 1 down", "eject 0 up",
-                                        "led 1 off",          "led 0 on",           "fan 1 200",     "debug fan stalled" };
-    EXPECT_EQ(all.got, expectAll);
-    EXPECT_EQ(packsOnly.got, (juce::StringArray { "pack 1 present fault", "pack 1 present", "pack 0 absent fault",
-                                                  "eject 1 down", "eject 0 up" }));
+    EXPECT_EQ(all.calls(), (Calls { "sys 30 -10", "temp 1 -16", "temp 0 25", "pack 1 present fault", "pack 1 present",
+                                    "pack 0 absent fault", "eject 1 down", "eject 0 up", "led 1 off", "led 0 on",
+                                    "fan 1 200", "debug fan stalled" }));
+    EXPECT_EQ(packsOnly.calls(), (Calls { "pack 1 present fault", "pack 1 present", "pack 0 absent fault",
+                                          "eject 1 down", "eject 0 up" }));
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
 TEST_F(XferDual, UnknownEventsAreLoggedAndDropped)
 {
-    Events all;
-    board.registerListener(&all);
-    board.eventReceived("v1");
-    board.eventReceived("x00");
-    EXPECT_TRUE(all.got.isEmpty());
-    EXPECT_EQ(log.lines(), (juce::StringArray { "XferDualBoardEventListener: received unknown event 'v'",
-                                                "XferDualBoardEventListener: received unknown event 'x'" }));
+    expectUnknownEventsLogged<XferDualHeard>(board, log, { "v1", "x00" }, "XferDualBoardEventListener");
 }
