@@ -60,12 +60,12 @@ Bytes pattern(size_t n, int seed)
     return b;
 }
 
-/** An XBoot2 request as the bootloader expects it: request character, data in
-    lower-case hex, CRC-32 of the raw bytes. */
-std::string xboot2Request(char request, const Bytes& data)
+/** An XBoot2 request line as the bootloader expects it: "*", request
+    character, data in lower-case hex, CRC-32 of the raw bytes. */
+juce::String xboot2Request(char request, const Bytes& data)
 {
     const auto crc = crc32Of(Bytes { (unsigned char) request } + data);
-    return std::string(1, request) + hexOf(data, false) + hexOf(be32(crc), false);
+    return "*" + juce::String(std::string(1, request) + hexOf(data, false) + hexOf(be32(crc), false));
 }
 
 /** A board that is open and answers from a script. */
@@ -118,7 +118,7 @@ TEST(XBoot2, RequestsCarryLowerCaseHexAndTheCrcOfTheRawBytes)
 
     ASSERT_TRUE(up.startFirmwareUpdate());
     ASSERT_TRUE(up.eraseApplicationSection());
-    EXPECT_EQ((juce::StringArray { "%UP", "*" + juce::String(xboot2Request('~', {})) }), board.sent);
+    EXPECT_EQ((juce::StringArray { "%UP", xboot2Request('~', {}) }), board.sent);
     // The erase request has no data: the CRC is that of "~" alone.
     EXPECT_EQ("*~" + juce::String(hexOf(be32(crc32Of({ '~' })), false)), board.sent[1]);
 
@@ -128,7 +128,7 @@ TEST(XBoot2, RequestsCarryLowerCaseHexAndTheCrcOfTheRawBytes)
     ASSERT_TRUE(up.programApplicationPage(page.data(), 0x01AB, message));
     EXPECT_TRUE(message.isEmpty());
     ASSERT_EQ(1, board.sent.size());
-    EXPECT_EQ("*" + juce::String(xboot2Request(':', Bytes { 0x01, 0xAB } + page)), board.sent[0]);
+    EXPECT_EQ(xboot2Request(':', Bytes { 0x01, 0xAB } + page), board.sent[0]);
     EXPECT_FALSE(board.expected[0]);
 }
 
@@ -140,11 +140,8 @@ TEST(XBoot2, EndSendsOnlyTheTwoKnownOutcomes)
                          firmwareStatusAborted, (FirmwareStatus) 200 })
         ASSERT_TRUE(up.endFirmwareUpdate(status));
 
-    const juce::StringArray expected {
-        "*" + juce::String(xboot2Request('#', { 0 })), "*" + juce::String(xboot2Request('#', { 1 })),
-        "*" + juce::String(xboot2Request('#', { 2 })), "*" + juce::String(xboot2Request('#', { 0 })),
-        "*" + juce::String(xboot2Request('#', { 0 })),
-    };
+    const juce::StringArray expected { xboot2Request('#', { 0 }), xboot2Request('#', { 1 }), xboot2Request('#', { 2 }),
+                                       xboot2Request('#', { 0 }), xboot2Request('#', { 0 }) };
     EXPECT_EQ(expected, board.sent);
 }
 
@@ -190,7 +187,7 @@ TEST(XBoot2, PageReadChecksTheCrcButKeepsTheData)
     ASSERT_TRUE(up.readApplicationPage(data.data(), 0x0102, message));
     EXPECT_EQ(page, data);
     EXPECT_TRUE(message.isEmpty());
-    EXPECT_EQ("*" + juce::String(xboot2Request('$', { 0x01, 0x02 })), board.lastSent());
+    EXPECT_EQ(xboot2Request('$', { 0x01, 0x02 }), board.lastSent());
     EXPECT_TRUE(board.expected[0]);
 
     std::fill(data.begin(), data.end(), 0);
@@ -346,29 +343,27 @@ TEST_F(XBoot, PageWriteRetriesRefusalsButNothingElse)
     EXPECT_TRUE(o.ok);
     EXPECT_EQ(juce::String("wrote page with 4 retries"), o.message);
 
-    done = program(page, 3);
-    for (int i = 0; i < 5; ++i)
+    // The answers to each sending of the page: five refusals, a stray byte, and
+    // none at all (one second, then the code of a timeout).
+    const struct
     {
-        take(519);
-        peer.write("N");
+        std::vector<std::string> answers;
+        const char* message;
+    } failures[] = { { { "N", "N", "N", "N", "N" }, "failed writing page (NACK)" },
+                     { { "X" }, "failed writing page (88)" },
+                     { { "" }, "failed writing page (-1)" } };
+    for (const auto& f : failures)
+    {
+        done = program(page, 3);
+        for (const auto& answer : f.answers)
+        {
+            take(519);
+            peer.write(answer);
+        }
+        o = done.get();
+        EXPECT_FALSE(o.ok) << f.message;
+        EXPECT_EQ(juce::String(f.message), o.message);
     }
-    o = done.get();
-    EXPECT_FALSE(o.ok);
-    EXPECT_EQ(juce::String("failed writing page (NACK)"), o.message);
-
-    done = program(page, 3);
-    take(519);
-    peer.write("X");
-    o = done.get();
-    EXPECT_FALSE(o.ok);
-    EXPECT_EQ(juce::String("failed writing page (88)"), o.message);
-
-    // No answer at all: one second, then the code of a timeout.
-    done = program(page, 3);
-    take(519);
-    o = done.get();
-    EXPECT_FALSE(o.ok);
-    EXPECT_EQ(juce::String("failed writing page (-1)"), o.message);
     std::string extra;
     EXPECT_FALSE(peer.readBytes(extra, 1, 200));
 }
