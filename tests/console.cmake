@@ -18,4 +18,4 @@ avrtest_add_test(console_boards_test SOURCES
   console/console_remote_test.cpp
   LIBS avrtest_consolesupport)
 avrtest_add_test(console_threads_test THREADED SOURCES console/console_threads_test.cpp
-  LIBS avrconsole avrtest_testsupport)
+  LIBS avrconsole avrtest_consolesupport)

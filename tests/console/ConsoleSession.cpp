@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
@@ -20,6 +21,27 @@ std::vector<std::string> avrtestCommand(const std::vector<std::string>& args)
     std::vector<std::string> argv { std::string(AVRTEST_BIN_DIR) + "/avrtest" };
     argv.insert(argv.end(), args.begin(), args.end());
     return argv;
+}
+
+std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args, const std::string& identity)
+{
+    std::string printed;
+    for (int i = 0; i < findAttempts; ++i)
+    {
+        auto console = std::make_unique<ConsoleSession>(args);
+        if (console->waitFor(identity + "\nType ? for help\n\n"))
+            return console;
+        printed = console->output() + console->errors();
+    }
+    ADD_FAILURE() << "never found; last run printed:\n" << printed;
+    return nullptr;
+}
+
+std::string hex2(int v)
+{
+    char buf[3];
+    snprintf(buf, sizeof buf, "%02X", v & 0xFF);
+    return buf;
 }
 
 namespace

@@ -114,28 +114,32 @@ bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
 /** The console's path and arguments as a vector. */
 std::vector<std::string> avrtestCommand(const std::vector<std::string>& args);
 
+/** Discovery gives a board 100 ms to answer; a test process starved of the
+    CPU can miss that, which says nothing about the console. Where a board is
+    there to be found, a run that missed it is tried this many times in all. */
+constexpr int findAttempts = 3;
+
+/** An interactive run on a board that is there, once the board's identity
+    line and the help hint are out; nullptr (with a gtest failure) if every
+    attempt missed the board. */
+std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args, const std::string& identity);
+
+/** Two upper-case hex digits of the low byte. */
+std::string hex2(int v);
+
 #include <gtest/gtest.h>
 
 /** A console opened on one scripted board, left with `x` at the end. */
 class SerialConsoleTest : public ::testing::Test
 {
 protected:
-    static constexpr int startAttempts = 3;
-
     /** Starts the console for board type `letter` against a board answering
         "?" with `identity`, and waits for it to be ready for keys. */
     void open(const std::string& letter, const std::string& identity)
     {
         board = std::make_unique<ScriptedBoard>(dir.path(), "tty.usbserial-BENCH", identity);
-        // Discovery gives a board 100 ms to answer; a test process starved
-        // of the CPU can miss that, which says nothing about the menus.
-        for (int attempt = 1;; ++attempt)
-        {
-            console = std::make_unique<ConsoleSession>(std::vector<std::string> { letter });
-            if (console->waitFor("Type ? for help\n\n"))
-                break;
-            ASSERT_LT(attempt, startAttempts) << console->output() << console->errors();
-        }
+        console = startFound({ letter }, identity);
+        ASSERT_TRUE(console);
         ASSERT_TRUE(console->waitForKeyMode());
         board->takeReceived();
     }
@@ -144,6 +148,21 @@ protected:
     {
         for (auto& c : cases)
             runKeyCase(*console, *board, c);
+    }
+
+    /** For a key whose exchange `handler` plays: presses the key, answers its
+        one prompt, and waits until the echoed answer and then `printed` are
+        out and the console is back for keys. */
+    void runScripted(char key, ScriptedBoard::Handler handler, const std::string& prompt, const std::string& answer,
+                     const std::string& printed)
+    {
+        board->setHandler(std::move(handler));
+        board->takeReceived();
+        ASSERT_TRUE(console->key(key));
+        ASSERT_TRUE(console->waitFor(prompt));
+        console->line(answer);
+        ASSERT_TRUE(console->waitFor(answer + "\n" + printed));
+        ASSERT_TRUE(console->waitForKeyMode());
     }
 
     /** Sends the event lines in one go and checks that the console prints

@@ -1,21 +1,38 @@
 // The desktop transfer station menu and events, end to end.
 #include "console/ConsoleSession.h"
 
-#include <cstdio>
-
 namespace
 {
+/** An expander EEPROM behind the pass-through: blocks written with function
+    00 read back with function 01, optionally with one byte spoiled. */
+struct ExpanderEeprom
+{
+    std::map<int, std::string> blocks;
+    int spoilBlock = -1;
+
+    std::optional<std::vector<std::string>> operator()(const std::string& line)
+    {
+        if (line.rfind("E00", 0) == 0 && line.size() == 3 + 2 + 64)
+        {
+            blocks[std::stoi(line.substr(3, 2), nullptr, 16)] = line.substr(5);
+            return std::vector<std::string> { "OK" };
+        }
+        if (line.rfind("E010", 0) == 0 && line.size() == 5)
+        {
+            const int b = std::stoi(line.substr(4), nullptr, 16);
+            std::string data = blocks[b];
+            if (b == spoilBlock)
+                data[10] = data[10] == '0' ? '1' : '0';
+            return std::vector<std::string> { "R" + data };
+        }
+        return std::nullopt;
+    }
+};
+
 struct DesktopConsole : SerialConsoleTest
 {
     void SetUp() override { open("t", "Desktop Transfer Station board V1.00"); }
 };
-
-std::string hex2(int v)
-{
-    char buf[3];
-    snprintf(buf, sizeof buf, "%02X", v & 0xFF);
-    return buf;
-}
 }
 
 TEST_F(DesktopConsole, EveryKeyReachesTheWireAndPrintsItsLine)
@@ -63,44 +80,11 @@ TEST_F(DesktopConsole, EmptyBaysRefusalsAndFailures)
     });
 }
 
-namespace
-{
-/** An expander EEPROM behind the pass-through: blocks written with function
-    00 read back with function 01, optionally with one byte spoiled. */
-struct ExpanderEeprom
-{
-    std::map<int, std::string> blocks;
-    int spoilBlock = -1;
-
-    std::optional<std::vector<std::string>> operator()(const std::string& line)
-    {
-        if (line.rfind("E00", 0) == 0 && line.size() == 3 + 2 + 64)
-        {
-            blocks[std::stoi(line.substr(3, 2), nullptr, 16)] = line.substr(5);
-            return std::vector<std::string> { "OK" };
-        }
-        if (line.rfind("E010", 0) == 0 && line.size() == 5)
-        {
-            const int b = std::stoi(line.substr(4), nullptr, 16);
-            std::string data = blocks[b];
-            if (b == spoilBlock)
-                data[10] = data[10] == '0' ? '1' : '0';
-            return std::vector<std::string> { "R" + data };
-        }
-        return std::nullopt;
-    }
-};
-}
-
 TEST_F(DesktopConsole, ProgrammingTheExpanderEepromReportsItsResult)
 {
-    board->setHandler(ExpanderEeprom());
     board->reply("E06", { "OK" });
-    board->takeReceived();
-    ASSERT_TRUE(console->key('W'));
-    ASSERT_TRUE(console->waitFor("Serial: "));
-    console->line("291");
-    ASSERT_TRUE(console->waitFor("Programming EEPROM...\nProgramming complete\n"));
+    ASSERT_NO_FATAL_FAILURE(
+        runScripted('W', ExpanderEeprom(), "Serial: ", "291", "Programming EEPROM...\nProgramming complete\n"));
     ASSERT_TRUE(board->waitForReceived(21));
     const auto wire = board->takeReceived();
     ASSERT_EQ(wire.size(), 21u);
@@ -112,12 +96,7 @@ TEST_F(DesktopConsole, ProgrammingTheExpanderEepromReportsItsResult)
 
     ExpanderEeprom spoiled;
     spoiled.spoilBlock = 1;
-    board->setHandler(spoiled);
-    ASSERT_TRUE(console->key('W'));
-    ASSERT_TRUE(console->waitFor("Serial: "));
-    console->line("1");
-    ASSERT_TRUE(console->waitFor("Programming EEPROM...\nVerify failed\n"));
-    ASSERT_TRUE(console->waitForKeyMode());
+    ASSERT_NO_FATAL_FAILURE(runScripted('W', spoiled, "Serial: ", "1", "Programming EEPROM...\nVerify failed\n"));
     EXPECT_EQ(board->takeReceived().size(), 4u) << "stops at the block that differs";
 }
 

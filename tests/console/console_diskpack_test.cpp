@@ -103,16 +103,13 @@ TEST_F(DiskpackConsole, HelpUnknownKeysAndLineEnds)
 
 TEST_F(DiskpackConsole, EventsArePrintedAsTheyArrive)
 {
-    board->event("t1E");
-    ASSERT_TRUE(console->waitFor("Temperature: 30 deg\n"));
-    board->event("tF0");
-    ASSERT_TRUE(console->waitFor("Temperature: -16 deg\n"));
-    board->event("b41");
-    ASSERT_TRUE(console->waitFor("Button event: 41\n"));
-    board->event("l1");
-    ASSERT_TRUE(console->waitFor("LED event: 1\n"));
-    board->event("l0");
-    ASSERT_TRUE(console->waitFor("LED event: 0\n"));
+    expectEvents({
+        { "t1E", "Temperature: 30 deg\n" },
+        { "tF0", "Temperature: -16 deg\n" },
+        { "b41", "Button event: 41\n" },
+        { "l1", "LED event: 1\n" },
+        { "l0", "LED event: 0\n" },
+    });
 }
 
 TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaits)

@@ -3,7 +3,6 @@
 #include "console/ConsoleSession.h"
 #include "support/SimProcess.h"
 
-
 namespace
 {
 const std::string bannerLine = "AVR Test Utility\n";
@@ -31,31 +30,13 @@ bool notFound(const Finished& run)
     return run.printed.rfind("Failed to find", 0) == 0;
 }
 
-// Discovery gives a board 100 ms to answer; a test process starved of the CPU
-// can miss that. Where a board is there to be found, a miss is retried.
-constexpr int attempts = 3;
-
-Finished runFound(const std::vector<std::string>& args)
+/** Runs again while the board was missed (see findAttempts). */
+Finished retriedWhileNotFound(const std::function<Finished()>& run)
 {
-    Finished run = runToEnd(args);
-    for (int i = 1; i < attempts && notFound(run); ++i)
-        run = runToEnd(args);
-    return run;
-}
-
-/** An interactive run, once the identity line is out. */
-std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args, const std::string& identity)
-{
-    std::string printed;
-    for (int i = 0; i < attempts; ++i)
-    {
-        auto console = std::make_unique<ConsoleSession>(args);
-        if (console->waitFor(identity + "\nType ? for help\n\n"))
-            return console;
-        printed = console->output();
-    }
-    ADD_FAILURE() << "never found; last run printed:\n" << printed;
-    return nullptr;
+    Finished result = run();
+    for (int i = 1; i < findAttempts && notFound(result); ++i)
+        result = run();
+    return result;
 }
 
 struct ConsoleEntry : ::testing::Test
@@ -131,7 +112,7 @@ TEST_F(ConsoleEntry, SyncStateRefusedEndsTheRunNormally)
 {
     ScriptedBoard diskpack(dir.path(), "tty.usbserial-DP", "Diskpack board V1.00");
     diskpack.reply("!", { "N" });
-    const auto run = runFound({ "d" });
+    const auto run = retriedWhileNotFound([] { return runToEnd({ "d" }); });
     EXPECT_EQ(run.printed, "Diskpack board V1.00\nType ? for help\n\nsyncState command failed\n");
     EXPECT_EQ(run.status, 0);
 }
@@ -153,10 +134,7 @@ Finished checkRun(const std::vector<std::string>& boards, const std::vector<std:
 
 Finished checkRunFound(const std::vector<std::string>& boards, const std::vector<std::string>& args)
 {
-    Finished run = checkRun(boards, args);
-    for (int i = 1; i < attempts && notFound(run); ++i)
-        run = checkRun(boards, args);
-    return run;
+    return retriedWhileNotFound([&] { return checkRun(boards, args); });
 }
 
 const std::vector<std::string> threeDiskpacks { "--board", "d", "--id", "0", "--version", "V0.0", //
@@ -205,6 +183,24 @@ TEST(ConsoleCheckMode, TransferStationsAreSearchedOnIdsZeroAndOne)
 }
 
 //==============================================================================
+namespace
+{
+/** The port swallows whatever the throughput test sends. */
+void drain(PtyPeer& port)
+{
+    port.serve([](const std::string&) { return std::vector<std::string> {}; });
+}
+
+/** Waits for the throughput test's first rate, then ends the run with Ctrl-C. */
+void measureUntilControlC(ConsoleSession& console)
+{
+    ASSERT_TRUE(console.waitFor("Sending data..\n"));
+    ASSERT_TRUE(console.waitFor(" ch/s\n", 60000));
+    console.interrupt();
+    EXPECT_EQ(console.exitStatus(), 0);
+}
+}
+
 TEST_F(ConsoleEntry, LinkTestReportsAMissingPort)
 {
     const auto run = runToEnd({ "b9" });
@@ -215,13 +211,9 @@ TEST_F(ConsoleEntry, LinkTestReportsAMissingPort)
 TEST_F(ConsoleEntry, LinkTestMeasuresThroughputUntilControlC)
 {
     PtyPeer port(dir.path(), "ttyS3");
-    port.serve([](const std::string&) { return std::vector<std::string> {}; }); // drains the data
-
+    drain(port);
     ConsoleSession console({ "b3" });
-    ASSERT_TRUE(console.waitFor("Sending data..\n"));
-    ASSERT_TRUE(console.waitFor(" ch/s\n", 60000));
-    console.interrupt();
-    EXPECT_EQ(console.exitStatus(), 0);
+    ASSERT_NO_FATAL_FAILURE(measureUntilControlC(console));
     // The first pass's rate is a whole number on its own line.
     const auto out = console.output();
     const auto at = out.find("Sending data..\n");
@@ -246,12 +238,9 @@ TEST_F(ConsoleEntry, LinkTestTerminalOnPortFiveThenThroughputAfterControlA)
     ASSERT_TRUE(port.readBytes(sent, 1, ConsoleSession::deadlineMs));
     EXPECT_EQ(sent, "k");
 
-    port.serve([](const std::string&) { return std::vector<std::string> {}; });
+    drain(port);
     console.type("\x01");
-    ASSERT_TRUE(console.waitFor("Sending data..\n"));
-    ASSERT_TRUE(console.waitFor(" ch/s\n", 60000));
-    console.interrupt();
-    EXPECT_EQ(console.exitStatus(), 0);
+    measureUntilControlC(console);
 }
 
 TEST_F(ConsoleEntry, LinkTestTerminalEndsOnControlC)

@@ -1,8 +1,8 @@
 // The remote's event thread drives the display demonstration's menu while the
 // console thread animates it: both draw under the display lock.
 #include "console/ConsoleListeners.h"
+#include "console/ConsoleSession.h"
 #include "console/RemoteDisplayDemo.h"
-#include "support/PtyPeer.h"
 
 #include <gtest/gtest.h>
 
@@ -26,19 +26,13 @@ struct KeyCounter : RemoteBoardEventListener
 TEST(ConsoleThreads, RemoteEventsDriveTheDemonstrationWhileItAnimates)
 {
     TempDevDir dir;
-    PtyPeer peer(dir.path(), "tty.usbserial-REMOTE");
+    ScriptedBoard remote(dir.path(), "tty.usbserial-REMOTE", "Remote Control AVR board V1.00");
     std::atomic<int> drawings { 0 };
-    peer.serve([&](const std::string& line) -> std::vector<std::string> {
-        if (line == "?")
-            return { "Remote Control AVR board V1.00" };
-        if (line == "@")
-            return { "R0" };
-        if (!line.empty() && line[0] == 'G')
-        {
-            ++drawings;
-            return { "OK" };
-        }
-        return { "N" };
+    remote.setHandler([&](const std::string& line) -> std::optional<std::vector<std::string>> {
+        if (line.empty() || line[0] != 'G')
+            return std::nullopt;
+        ++drawings;
+        return std::vector<std::string> { "OK" };
     });
 
     RemoteBoard board;
@@ -54,7 +48,7 @@ TEST(ConsoleThreads, RemoteEventsDriveTheDemonstrationWhileItAnimates)
     constexpr int rounds = 10;
     for (int i = 0; i < rounds; ++i)
         for (auto& line : round)
-            peer.writeLine(line);
+            remote.event(line);
 
     const int keysPerRound = 8;
     int64_t now = 0;

@@ -1,21 +1,51 @@
 // The xfer drive dual menu and events, end to end.
 #include "console/ConsoleSession.h"
 
-#include <cstdio>
-
 namespace
 {
+/** A diskpack EEPROM behind the board: W writes count bytes at an address,
+    R reads a whole 32-byte page back. */
+struct DiskpackEeprom
+{
+    std::vector<unsigned char> memory = std::vector<unsigned char>(4096, 0);
+    int spoilAddress = -1;
+    int failReadAddress = -1;
+    int failWriteAddress = -1;
+
+    std::optional<std::vector<std::string>> operator()(const std::string& line)
+    {
+        auto byteAt = [&](size_t i) { return std::stoi(line.substr(i, 2), nullptr, 16); };
+        if (line[0] == 'W' && line.size() >= 7)
+        {
+            const int addr = ((byteAt(1) & 15) << 8) | byteAt(3);
+            const int count = byteAt(5);
+            if (addr == failWriteAddress)
+                return std::vector<std::string> { "N" };
+            for (int i = 0; i < count; ++i)
+                memory[(size_t) (addr + i)] = (unsigned char) byteAt(7 + 2 * (size_t) i);
+            return std::vector<std::string> { "OK" };
+        }
+        if (line[0] == 'R' && line.size() == 7)
+        {
+            const int arg = std::stoi(line.substr(1), nullptr, 16);
+            const int addr = (arg >> 8) & 0xFFF;
+            if (addr == failReadAddress)
+                return std::vector<std::string> { "N" };
+            std::string reply = "R";
+            for (int a = addr; a < addr + 32; ++a)
+                reply += hex2(a == spoilAddress ? memory[(size_t) a] ^ 0xFF : memory[(size_t) a]);
+            return std::vector<std::string> { reply };
+        }
+        return std::nullopt;
+    }
+};
+
+const std::string eepromTestPrompt = "Test diskpack EEPROM (which): ";
+
 struct XferDualConsole : SerialConsoleTest
 {
     void SetUp() override { open("u", "Xfer Drive Dual SAS board V1.00"); }
 };
-
-std::string hex2(int v)
-{
-    char buf[3];
-    snprintf(buf, sizeof buf, "%02X", v & 0xFF);
-    return buf;
-}
 }
 
 TEST_F(XferDualConsole, EveryKeyReachesTheWireAndPrintsItsLine)
@@ -86,59 +116,9 @@ TEST_F(XferDualConsole, RefusalsBeforeTheWireAndOnIt)
     });
 }
 
-namespace
-{
-/** A diskpack EEPROM behind the board: W writes count bytes at an address,
-    R reads a whole 32-byte page back. */
-struct DiskpackEeprom
-{
-    std::vector<unsigned char> memory = std::vector<unsigned char>(4096, 0);
-    int spoilAddress = -1;
-    int failReadAddress = -1;
-    int failWriteAddress = -1;
-
-    std::optional<std::vector<std::string>> operator()(const std::string& line)
-    {
-        auto byteAt = [&](size_t i) { return std::stoi(line.substr(i, 2), nullptr, 16); };
-        if (line[0] == 'W' && line.size() >= 7)
-        {
-            const int addr = ((byteAt(1) & 15) << 8) | byteAt(3);
-            const int count = byteAt(5);
-            if (addr == failWriteAddress)
-                return std::vector<std::string> { "N" };
-            for (int i = 0; i < count; ++i)
-                memory[(size_t) (addr + i)] = (unsigned char) byteAt(7 + 2 * (size_t) i);
-            return std::vector<std::string> { "OK" };
-        }
-        if (line[0] == 'R' && line.size() == 7)
-        {
-            const int arg = std::stoi(line.substr(1), nullptr, 16);
-            const int addr = (arg >> 8) & 0xFFF;
-            if (addr == failReadAddress)
-                return std::vector<std::string> { "N" };
-            std::string reply = "R";
-            for (int i = 0; i < 32; ++i)
-            {
-                const int a = addr + i;
-                char buf[3];
-                snprintf(buf, sizeof buf, "%02X", a == spoilAddress ? memory[(size_t) a] ^ 0xFF : memory[(size_t) a]);
-                reply += buf;
-            }
-            return std::vector<std::string> { reply };
-        }
-        return std::nullopt;
-    }
-};
-}
-
 TEST_F(XferDualConsole, EepromTestPassesOnAGoodDiskpack)
 {
-    board->setHandler(DiskpackEeprom());
-    ASSERT_TRUE(console->key('W'));
-    ASSERT_TRUE(console->waitFor("Test diskpack EEPROM (which): "));
-    console->line("1");
-    ASSERT_TRUE(console->waitFor("1\nPassed\n"));
-    ASSERT_TRUE(console->waitForKeyMode());
+    ASSERT_NO_FATAL_FAILURE(runScripted('W', DiskpackEeprom(), eepromTestPrompt, "1", "Passed\n"));
     const auto wire = board->takeReceived();
     ASSERT_EQ(wire.size(), 32u); // 16 writes, then 16 reads
     // Page 8 wraps the pattern: its bytes hold 0 to 31 again.
@@ -150,35 +130,19 @@ TEST_F(XferDualConsole, EepromTestReportsTheFirstDifferenceOfEachPage)
 {
     DiskpackEeprom eeprom;
     eeprom.spoilAddress = 3 * 32 + 5;
-    board->setHandler(eeprom);
-    ASSERT_TRUE(console->key('W'));
-    ASSERT_TRUE(console->waitFor("Test diskpack EEPROM (which): "));
-    console->line("0");
-    ASSERT_TRUE(console->waitFor("Compare fail page 3 byte 05 exp 65 act 9a\nFailed\n"));
-    ASSERT_TRUE(console->waitForKeyMode());
+    runScripted('W', eeprom, eepromTestPrompt, "0", "Compare fail page 3 byte 05 exp 65 act 9a\nFailed\n");
 }
 
 TEST_F(XferDualConsole, EepromTestVerdictAfterAReadOrWriteFailure)
 {
     DiskpackEeprom eeprom;
     eeprom.failReadAddress = 5 * 32;
-    board->setHandler(eeprom);
-    ASSERT_TRUE(console->key('W'));
-    ASSERT_TRUE(console->waitFor("Test diskpack EEPROM (which): "));
-    console->line("0");
     // The pages read before the failure matched, so the verdict stands.
-    ASSERT_TRUE(console->waitFor("0\nFailed reading page 5\nPassed\n"));
-    ASSERT_TRUE(console->waitForKeyMode());
+    ASSERT_NO_FATAL_FAILURE(runScripted('W', eeprom, eepromTestPrompt, "0", "Failed reading page 5\nPassed\n"));
 
     DiskpackEeprom broken;
     broken.failWriteAddress = 2 * 32;
-    board->setHandler(broken);
-    board->takeReceived();
-    ASSERT_TRUE(console->key('W'));
-    ASSERT_TRUE(console->waitFor("Test diskpack EEPROM (which): "));
-    console->line("0");
-    ASSERT_TRUE(console->waitFor("0\nFailed writing page 2\n"));
-    ASSERT_TRUE(console->waitForKeyMode());
+    ASSERT_NO_FATAL_FAILURE(runScripted('W', broken, eepromTestPrompt, "0", "Failed writing page 2\n"));
     EXPECT_EQ(board->takeReceived().size(), 3u) << "pages 0 to 2 written, no reads after the failure";
     EXPECT_EQ(console->takeOutput(), "");
 }
