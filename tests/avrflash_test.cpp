@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <functional>
-#include <set>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
 
 namespace
 {
@@ -19,19 +19,26 @@ struct ScratchDir
     ScratchDir() { dir.createDirectory(); }
     ~ScratchDir() { dir.deleteRecursively(); }
 
-    juce::File write(const juce::String& name, const juce::String& text) const
-    {
-        auto f = dir.getChildFile(name);
-        f.replaceWithText(text, false, false, "\n");
-        return f;
-    }
     juce::File write(const juce::String& name, const juce::MemoryBlock& bytes) const
     {
         auto f = dir.getChildFile(name);
-        f.replaceWithData(bytes.getData(), bytes.getSize());
+        f.create();
+        f.appendData(bytes.getData(), bytes.getSize());
         return f;
     }
 };
+
+juce::MemoryBlock bytesOf(const juce::String& text) { return { text.toRawUTF8(), text.getNumBytesAsUTF8() }; }
+
+/** `size` bytes of erased flash with `data` placed at their addresses. */
+juce::MemoryBlock flashWith(size_t size, const std::vector<std::pair<size_t, juce::MemoryBlock>>& data)
+{
+    juce::MemoryBlock b(size);
+    b.fillWith(0xFF);
+    for (const auto& [address, bytes] : data)
+        b.copyFrom(bytes.getData(), (int) address, bytes.getSize());
+    return b;
+}
 
 /** One Intel HEX record with its checksum. */
 juce::String hexRecord(int type, int address, const std::vector<int>& data)
@@ -47,93 +54,67 @@ juce::String hexRecord(int type, int address, const std::vector<int>& data)
 }
 
 const juce::String hexEnd = ":00000001FF\n";
-
-int byteAt(const FirmwareImage& image, size_t i)
-{
-    return static_cast<const unsigned char*>(image.bytes().getData())[i];
-}
 }
 
 //==============================================================================
-TEST(FirmwareImage, IntelHexPlacesDataAtItsAddressesAndLeavesGapsErased)
+TEST(FirmwareImage, FilesAreReadByTheirNameOrElseTheirContent)
 {
     ScratchDir scratch;
     // A record at 0x0000, a gap, one at 0x0110, and one past 64 KiB through an
-    // extended linear address record.
-    const auto file = scratch.write("app.hex", hexRecord(0, 0x0000, { 0x0C, 0x94, 0x34, 0x00 })
-                                                   + hexRecord(0, 0x0110, { 0x11, 0x22 })
-                                                   + hexRecord(4, 0x0000, { 0x00, 0x01 })
-                                                   + hexRecord(0, 0x0002, { 0xAB }) + hexEnd);
-    FirmwareImage image;
-    juce::String error;
-    ASSERT_TRUE(image.load(file, FirmwareImage::Format::guess, error)) << error;
-    EXPECT_EQ(FirmwareImage::Format::intelHex, image.format());
-    EXPECT_EQ((size_t) 0x10003, image.size());
-    EXPECT_EQ(0x0C, byteAt(image, 0));
-    EXPECT_EQ(0x00, byteAt(image, 3));
-    EXPECT_EQ(0xFF, byteAt(image, 4));
-    EXPECT_EQ(0x11, byteAt(image, 0x110));
-    EXPECT_EQ(0x22, byteAt(image, 0x111));
-    EXPECT_EQ(0xFF, byteAt(image, 0x10001));
-    EXPECT_EQ(0xAB, byteAt(image, 0x10002));
-
-    const auto padded = image.paddedTo(256);
-    EXPECT_EQ((size_t) 0x10100, padded.getSize());
-    EXPECT_EQ(257, image.pageCount(256));
-    EXPECT_EQ(0xAB, static_cast<const unsigned char*>(padded.getData())[0x10002]);
-    EXPECT_EQ(0xFF, static_cast<const unsigned char*>(padded.getData())[0x100FF]);
+    // extended linear address record: the gaps read as erased flash.
+    const auto spread = bytesOf(hexRecord(0, 0x0000, { 0x0C, 0x94, 0x34, 0x00 }) + hexRecord(0, 0x0110, { 0x11, 0x22 })
+                                + hexRecord(4, 0x0000, { 0x00, 0x01 }) + hexRecord(0, 0x0002, { 0xAB }) + hexEnd);
+    // Binary that starts like a hex record but holds bytes no text file does.
+    juce::MemoryBlock raw(300);
+    for (size_t i = 0; i < raw.getSize(); ++i)
+        raw[i] = "\x3A\x00\xFF\x10"[i % 4];
+    const auto hex = bytesOf(hexRecord(0, 0, { 0x5A, 0xA5 }) + hexEnd);
+    using F = FirmwareImage::Format;
+    const std::tuple<const char*, juce::MemoryBlock, F, F, juce::MemoryBlock, int> cases[] = {
+        { "app.hex", spread, F::guess, F::intelHex,
+          flashWith(0x10003, { { 0, { "\x0C\x94\x34\x00", 4 } }, { 0x110, { "\x11\x22", 2 } }, { 0x10002, { "\xAB", 1 } } }), 257 },
+        { "raw.img", raw, F::guess, F::binary, raw, 2 },
+        { "app.img", hex, F::guess, F::intelHex, { "\x5A\xA5", 2 }, 1 },
+        { "text.bin", hex, F::guess, F::binary, hex, 1 },
+        { "forced.hex", hex, F::binary, F::binary, hex, 1 },
+    };
+    for (const auto& [name, content, asked, readAs, bytes, pages] : cases)
+    {
+        FirmwareImage image;
+        juce::String error;
+        ASSERT_TRUE(image.load(scratch.write(name, content), asked, error)) << error;
+        EXPECT_EQ(readAs, image.format()) << name;
+        EXPECT_EQ(bytes, image.bytes()) << name;
+        // Whole pages, the last one filled up with erased flash.
+        EXPECT_EQ(pages, image.pageCount(256)) << name;
+        EXPECT_EQ(flashWith((size_t) pages * 256, { { 0, bytes } }), image.paddedTo(256)) << name;
+    }
 }
 
 TEST(FirmwareImage, BadFilesAreRefusedWithTheFileNamed)
 {
     ScratchDir scratch;
-    FirmwareImage image;
-    juce::String error;
-
-    auto bad = hexRecord(0, 0, { 1, 2, 3 });
-    bad = bad.substring(0, bad.length() - 3) + "00\n";
-    EXPECT_FALSE(image.load(scratch.write("sum.hex", bad + hexEnd), FirmwareImage::Format::guess, error));
-    EXPECT_TRUE(error.contains("sum.hex") && error.contains("checksum")) << error;
-
-    // Two different values for one address: not one image.
-    EXPECT_FALSE(image.load(scratch.write("twice.hex", hexRecord(0, 0, { 1 }) + hexRecord(0, 0, { 2 }) + hexEnd),
-                            FirmwareImage::Format::guess, error));
-    EXPECT_TRUE(error.contains("twice.hex")) << error;
-
-    EXPECT_FALSE(image.load(scratch.write("nodata.hex", hexEnd), FirmwareImage::Format::guess, error));
-    EXPECT_TRUE(error.contains("nodata.hex")) << error;
-
-    EXPECT_FALSE(image.load(scratch.write("empty.bin", juce::String()), FirmwareImage::Format::guess, error));
-    EXPECT_EQ(scratch.dir.getChildFile("empty.bin").getFullPathName() + ": the file is empty", error);
-
-    EXPECT_FALSE(image.load(scratch.dir.getChildFile("missing.hex"), FirmwareImage::Format::guess, error));
-    EXPECT_TRUE(error.endsWith("missing.hex: no such file")) << error;
-    EXPECT_EQ((size_t) 0, image.size());
-}
-
-TEST(FirmwareImage, BinaryImagesAreTakenAsTheyAreUnlessTheyAreHexText)
-{
-    ScratchDir scratch;
-    const unsigned char cycle[] = { 0x3A, 0x00, 0xFF, 0x10 };
-    juce::MemoryBlock raw;
-    for (int i = 0; i < 300; ++i)
-        raw.append(cycle + i % 4, 1);
-    FirmwareImage image;
-    juce::String error;
-    ASSERT_TRUE(image.load(scratch.write("app.bin", raw), FirmwareImage::Format::guess, error)) << error;
-    EXPECT_EQ(FirmwareImage::Format::binary, image.format());
-    EXPECT_EQ(raw, image.bytes());
-
-    // Intel HEX under another name is recognised by its content...
-    const auto text = hexRecord(0, 0, { 0x5A, 0xA5 }) + hexEnd;
-    ASSERT_TRUE(image.load(scratch.write("app.img", text), FirmwareImage::Format::guess, error)) << error;
-    EXPECT_EQ((size_t) 2, image.size());
-    // ...but not under a binary name, and it can be forced to load as the
-    // bytes of its text.
-    ASSERT_TRUE(image.load(scratch.write("text.bin", text), FirmwareImage::Format::guess, error)) << error;
-    EXPECT_EQ((size_t) text.length(), image.size());
-    ASSERT_TRUE(image.load(scratch.dir.getChildFile("app.img"), FirmwareImage::Format::binary, error)) << error;
-    EXPECT_EQ((size_t) text.length(), image.size());
+    auto badSum = hexRecord(0, 0, { 1, 2, 3 });
+    badSum = badSum.substring(0, badSum.length() - 3) + "00\n";
+    const std::tuple<const char*, juce::String, const char*> cases[] = {
+        { "sum.hex", badSum + hexEnd, "checksum" },
+        // Two different values for one address: not one image.
+        { "twice.hex", hexRecord(0, 0, { 1 }) + hexRecord(0, 0, { 2 }) + hexEnd, "" },
+        { "nodata.hex", hexEnd, "no data" },
+        // 16 MiB up: no board's flash reaches that far.
+        { "far.hex", hexRecord(4, 0, { 0x01, 0x00 }) + hexRecord(0, 0, { 0xAB }) + hexEnd, "far past any board's flash" },
+        { "empty.bin", {}, ": the file is empty" },
+        { nullptr, {}, ": no such file" },
+    };
+    for (const auto& [name, content, why] : cases)
+    {
+        const auto file = name ? scratch.write(name, bytesOf(content)) : scratch.dir.getChildFile("missing.hex");
+        FirmwareImage image;
+        juce::String error;
+        EXPECT_FALSE(image.load(file, FirmwareImage::Format::guess, error)) << file.getFileName();
+        EXPECT_TRUE(error.startsWith(file.getFullPathName()) && error.contains(why)) << error;
+        EXPECT_EQ((size_t) 0, image.size()) << file.getFileName();
+    }
 }
 
 TEST(FirmwareImage, SavedImagesReadBackTheSame)
@@ -151,7 +132,6 @@ TEST(FirmwareImage, SavedImagesReadBackTheSame)
         ASSERT_TRUE(image.load(file, FirmwareImage::Format::guess, error)) << error;
         EXPECT_EQ(flash, image.bytes()) << name;
     }
-    EXPECT_TRUE(scratch.dir.getChildFile("back.hex").loadFileAsString().startsWith(":"));
     EXPECT_FALSE(FirmwareImage::save(scratch.dir.getChildFile("no/such/dir/x.hex"), FirmwareImage::Format::guess,
                                      flash, error));
 }
@@ -162,63 +142,56 @@ namespace
 /** Captures what the progress display writes. */
 struct Captured
 {
-    FILE* file = std::tmpfile();
-    ~Captured() { std::fclose(file); }
+    char* buffer = nullptr;
+    size_t size = 0;
+    FILE* file = open_memstream(&buffer, &size);
+    ~Captured()
+    {
+        std::fclose(file);
+        std::free(buffer);
+    }
     std::string text() const
     {
         std::fflush(file);
-        std::string s;
-        std::rewind(file);
-        char buf[4096];
-        size_t n;
-        while ((n = std::fread(buf, 1, sizeof buf, file)) > 0)
-            s.append(buf, n);
-        return s;
+        return std::string(buffer, size);
     }
 };
+
+/** What the display shows for a pass of `pages` pages, each taking `step` seconds. */
+std::string progressOf(bool terminal, const char* phase, int pages, int pageSize, double step, int noteAfter = -1)
+{
+    Captured out;
+    double now = 100.0;
+    FlashProgress progress(out.file, terminal, [&] { return now; });
+    progress.begin(phase, pages, pageSize);
+    for (int i = 1; i <= pages; ++i)
+    {
+        now += step;
+        progress.pageDone();
+        if (i == noteAfter)
+            progress.note("page 4 at 0x00400: wrote page with 1 retries");
+    }
+    progress.end();
+    return out.text();
+}
 }
 
 TEST(FlashProgress, PlainOutputIsALineAtEachTenthAndATotal)
 {
-    Captured out;
-    double now = 100.0;
-    FlashProgress progress(out.file, false, [&] { return now; });
-    progress.begin("Writing", 20, 256);
-    for (int i = 0; i < 20; ++i)
+    // 2 pages of 256 bytes a second; the tenth tenth is the total.
+    std::string expected;
+    for (int tenth = 1; tenth < 10; ++tenth)
     {
-        now += 0.5;
-        progress.pageDone();
-        if (i == 4)
-            progress.note("page 4 at 0x00400: wrote page with 1 retries");
+        expected += juce::String::formatted("Writing: %d/20 pages, 512 B/s, 0:%02d left\n", tenth * 2, 10 - tenth).toStdString();
+        if (tenth == 2)
+            expected += "page 4 at 0x00400: wrote page with 1 retries\n";
     }
-    progress.end();
-
-    juce::StringArray lines;
-    lines.addLines(juce::String(out.text()));
-    lines.removeEmptyStrings();
-    // Nine tenths (the tenth tenth is the total), the note and the total.
-    ASSERT_EQ(11, lines.size()) << out.text();
-    // 2 pages of 256 bytes a second, 18 pages to go at 0.5 s each.
-    EXPECT_EQ(juce::String("Writing: 2/20 pages, 512 B/s, 0:09 left"), lines[0]);
-    EXPECT_EQ(juce::String("page 4 at 0x00400: wrote page with 1 retries"), lines[2]);
-    EXPECT_EQ(juce::String("Writing: 18/20 pages, 512 B/s, 0:01 left"), lines[9]);
-    EXPECT_EQ(juce::String("Writing: 20/20 pages in 0:10, 512 B/s"), lines[10]);
-    EXPECT_EQ(std::string::npos, out.text().find('\r'));
+    EXPECT_EQ(expected + "Writing: 20/20 pages in 0:10, 512 B/s\n", progressOf(false, "Writing", 20, 256, 0.5, 5));
 }
 
 TEST(FlashProgress, TerminalOutputRedrawsOneBar)
 {
-    Captured out;
-    double now = 0;
-    FlashProgress progress(out.file, true, [&] { return now; });
-    progress.begin("Reading", 4, 512);
-    for (int i = 0; i < 4; ++i)
-    {
-        now += 1;
-        progress.pageDone();
-    }
-    progress.end();
-    const auto text = out.text();
+    const auto text = progressOf(true, "Reading", 4, 512, 1.0);
     EXPECT_NE(std::string::npos, text.find("\rReading   [" + std::string(24, '.') + "] 0/4 pages"));
     EXPECT_NE(std::string::npos, text.find("[" + std::string(12, '#') + std::string(12, '.') + "] 2/4 pages, 512 B/s, 0:02 left"));
     EXPECT_NE(std::string::npos, text.find("\r\x1b[KReading: 4/4 pages in 0:04, 512 B/s\n"));
@@ -237,65 +210,61 @@ TEST(FlashProgress, RatesAndDurationsReadNaturally)
 //==============================================================================
 namespace
 {
-/** An in-memory bootloader with scripted misbehaviour; records every call. */
+/** An in-memory bootloader that misbehaves as its script says ("w3=refuse
+    r1=corrupt" refuses the write of page 3 and corrupts the read of page 1);
+    writes every call down. */
 class FakeUpdater : public HardwareBoardFWUpdater
 {
 public:
     static constexpr int pageSize = 256;
 
-    FakeUpdater() : HardwareBoardFWUpdater(nullptr), flash(0x1E000) { flash.fillWith(0x00); }
+    explicit FakeUpdater(std::string s) : HardwareBoardFWUpdater(nullptr), flash(0x1E000, true), script(" " + s + " ") {}
 
-    bool startFirmwareUpdate() override { calls.add("start"); return startOk; }
-    bool endFirmwareUpdate(FirmwareStatus status) override
-    {
-        calls.add("end " + juce::String((int) status));
-        return true;
-    }
+    bool startFirmwareUpdate() override { return log("start"); }
+    bool endFirmwareUpdate(FirmwareStatus status) override { return log("end" + std::to_string((int) status)); }
     bool eraseApplicationSection() override
     {
-        calls.add("erase");
         flash.fillWith(0xFF);
-        return true;
+        return log("erase");
     }
     bool programApplicationPage(const void* data, int page, juce::String& message) override
     {
-        calls.add("write " + juce::String(page));
-        message.clear();
-        if (onWrite)
-            onWrite(page);
-        if (refuseWrite.count(page))
-        {
-            message = "failed writing page (NACK)";
-            return false;
-        }
-        if (retriedWrite.count(page))
-            message = "wrote page with 2 retries";
-        flash.copyFrom(data, page * pageSize, pageSize);
-        return true;
+        const auto f = fault("w" + std::to_string(page));
+        message = f == "refuse" ? "failed writing page (NACK)" : f == "retry" ? "wrote page with 2 retries" : "";
+        if (f != "refuse")
+            flash.copyFrom(data, page * pageSize, pageSize);
+        if (f == "interrupt")
+            stop = true;
+        return log("w" + std::to_string(page));
     }
     bool readApplicationPage(void* data, int page, juce::String& message) override
     {
-        calls.add("read " + juce::String(page));
-        message.clear();
+        const auto f = fault("r" + std::to_string(page));
         flash.copyTo(data, page * pageSize, pageSize);
-        if (corruptRead.count(page))
+        if (f == "corrupt")
             static_cast<unsigned char*>(data)[0x21] ^= 0x40;
-        if (unreadable.count(page))
-        {
-            message = "Verify read time out at offset 0x010";
-            return false;
-        }
-        return true;
+        message = f == "unreadable" ? "Verify read time out at offset 0x010" : "";
+        return log("r" + std::to_string(page));
     }
     int getFlashPageSize() const override { return pageSize; }
-    int getAppSectionSize() const override { return 0x1E000; }
-    int getTotalProgramSize() const override { return 0x20000; }
+
+    /** Writes a call down; it fails if the script refuses it or finds it unreadable. */
+    bool log(const std::string& call)
+    {
+        calls += (calls.empty() ? "" : " ") + call;
+        return fault(call) != "refuse" && fault(call) != "unreadable";
+    }
+    std::string fault(const std::string& call) const
+    {
+        const auto at = script.find(" " + call + "=");
+        const auto from = at + call.size() + 2;
+        return at == std::string::npos ? std::string() : script.substr(from, script.find(' ', from) - from);
+    }
 
     juce::MemoryBlock flash;
-    juce::StringArray calls;
-    bool startOk = true;
-    std::function<void(int)> onWrite;
-    std::set<int> refuseWrite, retriedWrite, corruptRead, unreadable;
+    const std::string script;
+    std::string calls;
+    std::atomic<bool> stop { false };
 };
 
 juce::MemoryBlock imageOf(int pages)
@@ -306,123 +275,77 @@ juce::MemoryBlock imageOf(int pages)
     return b;
 }
 
-struct Session : ::testing::Test
+/** A session against the fake, its progress captured. */
+struct Rig
 {
     Captured out;
     FlashProgress progress { out.file, false };
     FakeUpdater fake;
     FlashSession session { fake, progress };
-
-    juce::StringArray callsLike(const juce::String& prefix) const
-    {
-        juce::StringArray r;
-        for (auto& c : fake.calls)
-            if (c.startsWith(prefix))
-                r.add(c);
-        return r;
-    }
+    explicit Rig(const std::string& script = {}) : fake(script) { session.setCancelFlag(&fake.stop); }
 };
 }
 
-TEST_F(Session, AnUpdateWritesEverythingThenVerifiesAndReportsSuccess)
+TEST(Session, EverySessionEndsWithTheOutcomeWhateverHappened)
 {
-    const auto image = imageOf(5);
-    fake.retriedWrite = { 2 };
-    const auto report = session.update(image);
-    EXPECT_TRUE(report.ok);
-    EXPECT_EQ(firmwareStatusSucceeded, report.status);
-    EXPECT_EQ(5, report.pagesWritten);
-    EXPECT_EQ(5, report.pagesVerified);
-    EXPECT_TRUE(report.failure.isEmpty());
-    EXPECT_EQ((juce::StringArray { "start", "erase", "write 0", "write 1", "write 2", "write 3", "write 4", "read 0",
-                                   "read 1", "read 2", "read 3", "read 4", "end 1" }),
-              fake.calls);
-    EXPECT_EQ(0, std::memcmp(image.getData(), fake.flash.getData(), image.getSize()));
-    EXPECT_NE(std::string::npos, out.text().find("page 2 at 0x00200: wrote page with 2 retries\n"));
-}
-
-TEST_F(Session, ARefusedPageStopsTheUpdateAndEndsItAborted)
-{
-    fake.refuseWrite = { 3 };
-    const auto report = session.update(imageOf(6));
-    EXPECT_FALSE(report.ok);
-    EXPECT_EQ(firmwareStatusAborted, report.status);
-    EXPECT_EQ(3, report.pagesWritten);
-    EXPECT_EQ(juce::String("page 3 at 0x00300: failed writing page (NACK)"), report.failure);
-    EXPECT_TRUE(callsLike("read").isEmpty());
-    EXPECT_EQ(juce::String("write 3"), callsLike("write").strings.getLast());
-    EXPECT_EQ(juce::String("end 3"), fake.calls.strings.getLast());
-}
-
-TEST_F(Session, VerifyReportsEveryBadPageAndEndsWithVerifyFailed)
-{
-    const auto image = imageOf(6);
-    fake.corruptRead = { 1 };
-    fake.unreadable = { 4 };
-    auto report = session.update(image);
-    EXPECT_FALSE(report.ok);
-    EXPECT_EQ(firmwareStatusVerifyFailed, report.status);
-    EXPECT_EQ((juce::Array<int> { 1, 4 }), report.badPages);
-    EXPECT_EQ(4, report.pagesVerified);
-    EXPECT_EQ(6, callsLike("read").size());
-    EXPECT_EQ(juce::String("end 2"), fake.calls.strings.getLast());
-    const auto text = out.text();
-    EXPECT_NE(std::string::npos, text.find("page 1 at 0x00100: differs at offset 0x021 (board 0x"));
-    EXPECT_NE(std::string::npos, text.find("page 4 at 0x00400: Verify read time out at offset 0x010\n"));
-
-    // Verify-only writes nothing and judges the same way.
-    fake.calls.clear();
-    fake.corruptRead.clear();
-    fake.unreadable.clear();
-    report = session.verify(image);
-    EXPECT_TRUE(report.ok);
-    EXPECT_EQ((juce::StringArray { "start", "read 0", "read 1", "read 2", "read 3", "read 4", "read 5", "end 1" }),
-              fake.calls);
-}
-
-TEST_F(Session, ABoardThatStopsAnsweringIsGivenUpAfterThreePages)
-{
-    fake.unreadable = { 2, 3, 4, 5, 6 };
-    const auto report = session.verify(imageOf(9));
-    EXPECT_FALSE(report.ok);
-    EXPECT_EQ(juce::String("gave up after 3 pages in a row could not be read"), report.failure);
-    EXPECT_EQ(juce::String("read 4"), callsLike("read").strings.getLast());
-    EXPECT_EQ(juce::String("end 2"), fake.calls.strings.getLast());
-}
-
-TEST_F(Session, EverySessionIsEndedEvenWhenTheBootloaderNeverCame)
-{
-    fake.startOk = false;
-    const auto report = session.update(imageOf(2));
-    EXPECT_FALSE(report.ok);
-    EXPECT_EQ(juce::String("the board did not enter its bootloader"), report.failure);
-    EXPECT_EQ((juce::StringArray { "start", "end 3" }), fake.calls);
-}
-
-TEST_F(Session, AnInterruptStopsBetweenPagesAndEndsAborted)
-{
-    std::atomic<bool> stop { false };
-    session.setCancelFlag(&stop);
-    fake.onWrite = [&](int page) {
-        if (page == 1)
-            stop = true;
+    const std::string unreadable = "r2=unreadable r3=unreadable r4=unreadable r5=unreadable r6=unreadable";
+    const struct
+    {
+        std::string script;
+        bool verifyOnly;
+        int pages;
+        std::string calls;
+        FirmwareStatus status;
+        juce::String failure;
+        std::vector<int> badPages;
+        int written, verified;
+        std::vector<const char*> notes;
+    } cases[] = {
+        { "", false, 3, "start erase w0 w1 w2 r0 r1 r2 end1", firmwareStatusSucceeded, {}, {}, 3, 3, {} },
+        // Nothing is verified after a refused page.
+        { "w3=refuse", false, 6, "start erase w0 w1 w2 w3 end3", firmwareStatusAborted,
+          "page 3 at 0x00300: failed writing page (NACK)", {}, 3, 0, {} },
+        { "w2=retry r1=corrupt r4=unreadable", false, 6, "start erase w0 w1 w2 w3 w4 w5 r0 r1 r2 r3 r4 r5 end2",
+          firmwareStatusVerifyFailed, {}, { 1, 4 }, 6, 4,
+          { "page 2 at 0x00200: wrote page with 2 retries\n", "page 1 at 0x00100: differs at offset 0x021 (board 0x",
+            "page 4 at 0x00400: Verify read time out at offset 0x010\n" } },
+        { "", true, 3, "start r0 r1 r2 end1", firmwareStatusSucceeded, {}, {}, 0, 3, {} },
+        { "r2=corrupt", true, 3, "start r0 r1 r2 end2", firmwareStatusVerifyFailed, {}, { 2 }, 0, 2, {} },
+        { unreadable, true, 9, "start r0 r1 r2 r3 r4 end2", firmwareStatusVerifyFailed,
+          "gave up after 3 pages in a row could not be read", { 2, 3, 4 }, 0, 2, {} },
+        { "start=refuse", false, 2, "start end3", firmwareStatusAborted, "the board did not enter its bootloader", {}, 0, 0, {} },
+        // Stops between pages, not in the middle of one.
+        { "w1=interrupt", false, 4, "start erase w0 w1 end3", firmwareStatusAborted, "interrupted", {}, 2, 0, {} },
     };
-    const auto report = session.update(imageOf(4));
-    EXPECT_TRUE(report.interrupted);
-    EXPECT_EQ(juce::String("interrupted"), report.failure);
-    EXPECT_EQ(firmwareStatusAborted, report.status);
-    EXPECT_EQ((juce::StringArray { "start", "erase", "write 0", "write 1", "end 3" }), fake.calls);
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE((c.verifyOnly ? "verify " : "update ") + c.script);
+        Rig r(c.script);
+        const auto image = imageOf(c.pages);
+        if (c.verifyOnly)
+            r.fake.flash.copyFrom(image.getData(), 0, image.getSize());
+        const auto report = c.verifyOnly ? r.session.verify(image) : r.session.update(image);
+        EXPECT_EQ(c.calls, r.fake.calls);
+        EXPECT_EQ(c.status, report.status);
+        EXPECT_EQ(c.status == firmwareStatusSucceeded, report.ok);
+        EXPECT_EQ(c.failure, report.failure);
+        EXPECT_EQ(c.failure == "interrupted", report.interrupted);
+        EXPECT_EQ(c.badPages, std::vector<int>(report.badPages.begin(), report.badPages.end()));
+        EXPECT_EQ(c.written, report.pagesWritten);
+        EXPECT_EQ(c.verified, report.pagesVerified);
+        EXPECT_EQ(0, std::memcmp(image.getData(), r.fake.flash.getData(), (size_t) c.written * FakeUpdater::pageSize));
+        for (auto note : c.notes)
+            EXPECT_NE(std::string::npos, r.out.text().find(note)) << note;
+    }
 }
 
-TEST_F(Session, AReadBackFillsTheBufferAndEndsWithNoOutcome)
+TEST(Session, AReadBackFillsTheBufferAndEndsWithNoOutcome)
 {
+    Rig r;
     const auto image = imageOf(3);
-    fake.flash.copyFrom(image.getData(), 0, image.getSize());
+    r.fake.flash.copyFrom(image.getData(), 0, image.getSize());
     juce::MemoryBlock back;
-    const auto report = session.read(3, back);
-    EXPECT_TRUE(report.ok);
+    EXPECT_TRUE(r.session.read(3, back).ok);
     EXPECT_EQ(image, back);
-    EXPECT_EQ(juce::String("end 0"), fake.calls.strings.getLast());
-    EXPECT_TRUE(callsLike("write").isEmpty());
-    EXPECT_FALSE(fake.calls.contains("erase"));
+    EXPECT_EQ("start r0 r1 r2 end0", r.fake.calls);
 }
