@@ -13,14 +13,26 @@
 #error "BOARDSIM_PATH must name the emulator binary"
 #endif
 
-SimProcess::SimProcess(const std::string& dir, const std::vector<std::string>& args)
+namespace
 {
-    int in[2], out[2];
-    if (pipe(in) != 0 || pipe(out) != 0)
-        return;
-
+std::vector<std::string> boardsimCommand(const std::string& dir, const std::vector<std::string>& args)
+{
     std::vector<std::string> argv { BOARDSIM_PATH, "--dir", dir };
     argv.insert(argv.end(), args.begin(), args.end());
+    return argv;
+}
+} // namespace
+
+SimProcess::SimProcess(const std::string& dir, const std::vector<std::string>& args)
+    : SimProcess(boardsimCommand(dir, args))
+{
+}
+
+SimProcess::SimProcess(const std::vector<std::string>& argv)
+{
+    int in[2], out[2];
+    if (argv.empty() || pipe(in) != 0 || pipe(out) != 0)
+        return;
 
     pid = fork();
     if (pid == 0)

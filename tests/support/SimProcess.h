@@ -10,6 +10,9 @@ class SimProcess
 public:
     /** Starts `boardsim --dir DIR <args>` and waits for its "ready" line. */
     SimProcess(const std::string& dir, const std::vector<std::string>& args);
+    /** Starts any emulator that speaks the same control-line dialect (such as
+        the dock emulator): argv[0] is its path. */
+    explicit SimProcess(const std::vector<std::string>& argv);
     ~SimProcess();
 
     bool isReady() const { return ready; }
