@@ -2,6 +2,14 @@
 
 #include <cstring>
 
+namespace
+{
+void bayEvent(ChassisBoardEventListener& listener, int bay, const EventValue& value)
+{
+    listener.bayEvent(bay, (value.number & 1) != 0, (value.number & 2) != 0);
+}
+}
+
 ChassisBoard::~ChassisBoard()
 {
     // closingBoard() must still find this class when the board is closed.
@@ -186,44 +194,17 @@ bool ChassisBoard::checkBayConnected(int bay, bool& connected)
 //==============================================================================
 void ChassisBoard::eventReceived(const juce::String& line)
 {
-    if (line.isEmpty())
-        return;
-
-    const auto letter = line[0];
-    uint32_t bit = 0;
-    int bay = -1;
-    switch (letter)
-    {
-        case 'a': case 'b': case 'c': case 'd':
-            bay = (int) (letter - 'a');
-            bit = ChassisBoardEventListener::bayEventBit(bay);
-            break;
-        case 'e': bit = ChassisBoardEventListener::dvdEjectEventBit; break;
-        case 'v': bit = ChassisBoardEventListener::volumeEventBit; break;
-        case 'r': bit = ChassisBoardEventListener::brightnessEventBit; break;
-        case 's': bit = ChassisBoardEventListener::shuttleEventBit; break;
-        case 't': bit = ChassisBoardEventListener::buttonEventBit; break;
-        default:
-            juce::Logger::writeToLog("ChassisBoardEventListener: received unknown event '"
-                                     + juce::String::charToString(letter) + "'");
-            return;
-    }
-
-    const uint32_t raw = decodeHexResponse(line);
-    const int value = letter == 's' ? (int) (int8_t) (raw & 0xFF) : (int) raw;
-
-    forEachListener(bit, [&](HardwareBoardEventListener& l) {
-        auto* listener = dynamic_cast<ChassisBoardEventListener*>(&l);
-        if (listener == nullptr)
-            return;
-        switch (letter)
-        {
-            case 'e': listener->dvdEjectEvent(); break;
-            case 'v': listener->volumeEvent(value); break;
-            case 'r': listener->brightnessEvent(value); break;
-            case 's': listener->shuttleEvent(value); break;
-            case 't': listener->buttonEvent(value); break;
-            default: listener->bayEvent(bay, (value & 1) != 0, (value & 2) != 0); break;
-        }
-    });
+    using L = ChassisBoardEventListener;
+    static const EventRow<L> rows[] = {
+        { 'a', L::bayEventBit(0), EventDecoding::number, [](L& l, const EventValue& v) { bayEvent(l, 0, v); } },
+        { 'b', L::bayEventBit(1), EventDecoding::number, [](L& l, const EventValue& v) { bayEvent(l, 1, v); } },
+        { 'c', L::bayEventBit(2), EventDecoding::number, [](L& l, const EventValue& v) { bayEvent(l, 2, v); } },
+        { 'd', L::bayEventBit(3), EventDecoding::number, [](L& l, const EventValue& v) { bayEvent(l, 3, v); } },
+        { 'e', L::dvdEjectEventBit, EventDecoding::none, [](L& l, const EventValue&) { l.dvdEjectEvent(); } },
+        { 'v', L::volumeEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.volumeEvent(v.number); } },
+        { 'r', L::brightnessEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.brightnessEvent(v.number); } },
+        { 's', L::shuttleEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.shuttleEvent(signedByte(v.raw)); } },
+        { 't', L::buttonEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.buttonEvent(v.number); } },
+    };
+    dispatchEvent(line, "ChassisBoardEventListener", rows);
 }

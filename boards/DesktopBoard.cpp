@@ -1,32 +1,19 @@
 #include "boards/DesktopBoard.h"
 
+#include "boards/SasExpanderCodes.h"
+
 #include <cstring>
 
 namespace
 {
+using namespace SasExpander;
+
 // Expander register map (24-bit addresses): each PHY has a 1 KiB window.
 constexpr uint32_t phyWindowBase = 0x040000u;
 constexpr uint32_t phyWindowSize = 0x400u;
 constexpr uint32_t phyRateOffset = 0x0A0;
 constexpr uint32_t phyControlOffset = 0x310;   // write: 5 clears counters, 3/1 hold/release reset
 constexpr uint32_t phyErrorCountOffset = 0x318;
-constexpr uint32_t phyStatusOffset = 0x044;
-constexpr uint32_t phyAttachedAddrOffset = 0x078;
-
-// Pass-through function codes, in the top byte of a selector.
-constexpr uint32_t fnWrite = 0x02;
-constexpr uint32_t fnRead = 0x03;
-constexpr uint32_t fnReadAddress = 0x05;
-constexpr int fnWriteEepromBlock = 0x00;
-constexpr int fnReadEepromBlock = 0x01;
-constexpr int fnResetExpander = 0x06;
-
-constexpr uint32_t controlClearCounters = 5;
-constexpr uint32_t controlHoldReset = 3;
-constexpr uint32_t controlReleaseReset = 1;
-
-constexpr uint32_t statusAttachedMask = 0xF0000001u;
-constexpr uint32_t statusAttached = 0x10000001u;
 
 // Offsets in the EEPROM image.
 constexpr int addressBlock = 64;          // 0x51, then the 8-byte SAS address
@@ -41,14 +28,9 @@ uint32_t phyRegister(int phy, uint32_t offset)
     return phyWindowBase + (uint32_t) phy * phyWindowSize + offset;
 }
 
-int signedByte(uint32_t v)
-{
-    const int b = (int) (v & 0xFF);
-    return b >= 128 ? b - 256 : b;
-}
 
 /** The value that makes bytes [from, at] of the image sum to 0 modulo 256. */
-unsigned char checksumFor(const std::array<unsigned char, DesktopBoard::eepromSize>& image, int from, int at)
+unsigned char checksumFor(const DesktopBoard::EepromImage& image, int from, int at)
 {
     unsigned sum = 0;
     for (int i = from; i < at; ++i)
@@ -56,15 +38,17 @@ unsigned char checksumFor(const std::array<unsigned char, DesktopBoard::eepromSi
     return (unsigned char) (0x100u - (sum & 0xFFu));
 }
 
-void sealChecksums(std::array<unsigned char, DesktopBoard::eepromSize>& image)
+void sealChecksums(DesktopBoard::EepromImage& image)
 {
     image[firstChecksum] = checksumFor(image, firstChecksumStart, firstChecksum);
     image[secondChecksum] = checksumFor(image, secondChecksumStart, secondChecksum);
 }
 
-std::array<unsigned char, DesktopBoard::eepromSize> makeFactoryImage()
+} // namespace
+
+DesktopBoard::EepromImage DesktopBoard::makeFactoryImage()
 {
-    std::array<unsigned char, DesktopBoard::eepromSize> image {};
+    DesktopBoard::EepromImage image {};
     image.fill(0xFF);
     image[0] = 0x81;
 
@@ -98,9 +82,6 @@ std::array<unsigned char, DesktopBoard::eepromSize> makeFactoryImage()
     sealChecksums(image);
     return image;
 }
-} // namespace
-
-std::array<unsigned char, DesktopBoard::eepromSize> DesktopBoard::eepromData = makeFactoryImage();
 
 DesktopBoard::~DesktopBoard()
 {
@@ -239,7 +220,7 @@ int DesktopBoard::sasProgramEeprom(int serial)
     if ((unsigned) serial >= 4096u)
         return programBadSerial;
 
-    auto& image = eepromData;
+    auto& image = eepromImage;
     image[serialHigh] = (unsigned char) (serial >> 4);
     image[serialLow] = (unsigned char) ((serial << 4) | 0x0F);
     sealChecksums(image);
@@ -307,42 +288,13 @@ bool DesktopBoard::resetPhy(int phy)
 //==============================================================================
 void DesktopBoard::eventReceived(const juce::String& line)
 {
-    if (line.isEmpty())
-        return;
-    const auto letter = line[0];
-
-    uint32_t bit = 0;
-    switch (letter)
-    {
-        case 'd': bit = DesktopBoardEventListener::debugBit; break;
-        case 'p': bit = DesktopBoardEventListener::diskpackTemperatureBit; break;
-        case 'v': bit = DesktopBoardEventListener::leverBit; break;
-        case 'i': bit = DesktopBoardEventListener::diskpackBit; break;
-        case 'l': bit = DesktopBoardEventListener::ledBit; break;
-        default:
-            juce::Logger::writeToLog("DesktopBoardEventListener: received unknown event '"
-                                     + juce::String::charToString(letter) + "'");
-            return;
-    }
-
-    const uint32_t v = decodeHexResponse(line);
-    int value = (int) v;
-    if (letter == 'p' && (v & 0x80) != 0)
-        value -= 256;
-    const juce::String text = line.substring(1);
-
-    forEachListener(bit, [&](HardwareBoardEventListener& base) {
-        auto* l = dynamic_cast<DesktopBoardEventListener*>(&base);
-        if (l == nullptr)
-            return;
-        switch (letter)
-        {
-            case 'd': l->debugEvent(text); break;
-            case 'p': l->diskpackTemperatureEvent(value); break;
-            case 'v': l->leverEvent(value != 0); break;
-            case 'i': l->diskpackEvent(value != 0); break;
-            case 'l': l->ledEvent(value); break;
-            default: break;
-        }
-    });
+    using L = DesktopBoardEventListener;
+    static const EventRow<L> rows[] = {
+        { 'd', L::debugBit, EventDecoding::text, [](L& l, const EventValue& v) { l.debugEvent(v.text); } },
+        { 'p', L::diskpackTemperatureBit, EventDecoding::signedNumber, [](L& l, const EventValue& v) { l.diskpackTemperatureEvent(v.number); } },
+        { 'v', L::leverBit, EventDecoding::number, [](L& l, const EventValue& v) { l.leverEvent(v.number != 0); } },
+        { 'i', L::diskpackBit, EventDecoding::number, [](L& l, const EventValue& v) { l.diskpackEvent(v.number != 0); } },
+        { 'l', L::ledBit, EventDecoding::number, [](L& l, const EventValue& v) { l.ledEvent(v.number); } },
+    };
+    dispatchEvent(line, "DesktopBoardEventListener", rows);
 }

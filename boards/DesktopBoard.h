@@ -92,13 +92,19 @@ public:
     /** The LED state as last sent (or as it would have been sent). */
     int getLedState() const noexcept { return ledState; }
 
+    using EepromImage = std::array<unsigned char, eepromSize>;
+
     /** The expander's configuration EEPROM image. Programming writes the
         serial number and checksums into it, so it always holds what was last
         programmed. */
-    static std::array<unsigned char, eepromSize> eepromData;
+    const EepromImage& getEepromImage() const noexcept { return eepromImage; }
 
 private:
     bool writeRegister(uint32_t reg, uint32_t value);
+
+    static EepromImage makeFactoryImage();
+
+    EepromImage eepromImage = makeFactoryImage();
 
     int ledState = 0;
 

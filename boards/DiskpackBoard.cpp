@@ -9,11 +9,6 @@ int clampField(int v)
     return juce::jlimit(0, 3, v);
 }
 
-int signedByte(int lowByte)
-{
-    lowByte &= 0xFF;
-    return lowByte >= 128 ? lowByte - 256 : lowByte;
-}
 
 // The one-digit yes/no replies: anything above 1 means the board and this
 // program disagree about the command, so it is not taken as "yes".
@@ -111,7 +106,7 @@ bool DiskpackBoard::writeText(int page, const char* text)
 
 bool DiskpackBoard::readText(int page, juce::String& text)
 {
-    if ((unsigned) page > 23u)
+    if ((unsigned) page > (unsigned) maxTextPages)
         return false;
     if (!sendCommand('P', page, 2))
         return false;
@@ -120,7 +115,7 @@ bool DiskpackBoard::readText(int page, juce::String& text)
 
 bool DiskpackBoard::setNumTextPages(int n)
 {
-    if ((unsigned) n > 23u)
+    if ((unsigned) n > (unsigned) maxTextPages)
         return false;
     return sendCommand('Q', n, 2);
 }
@@ -132,8 +127,8 @@ bool DiskpackBoard::getOperatingHours(int& hours)
 
 void DiskpackBoard::splitMinMaxTemperatures(int raw, int& minDegrees, int& maxDegrees)
 {
-    minDegrees = signedByte(raw >> 8);
-    maxDegrees = signedByte(raw);
+    minDegrees = signedByte((uint32_t) raw >> 8);
+    maxDegrees = signedByte((uint32_t) raw);
 }
 
 bool DiskpackBoard::getMinMaxTemperatures(int& minDegrees, int& maxDegrees)
@@ -180,35 +175,11 @@ bool DiskpackBoard::getBackplaneVoltageRail(int group, int rail, int& value)
 //==============================================================================
 void DiskpackBoard::eventReceived(const juce::String& line)
 {
-    if (line.isEmpty())
-        return;
-
-    const auto letter = line[0];
-    uint32_t bit = 0;
-    switch (letter)
-    {
-        case 'b': bit = DiskpackBoardEventListener::buttonEventBit; break;
-        case 't': bit = DiskpackBoardEventListener::temperatureEventBit; break;
-        case 'l': bit = DiskpackBoardEventListener::ledEventBit; break;
-        default:
-            juce::Logger::writeToLog("DiskpackBoardEventListener: received unknown event '"
-                                     + juce::String::charToString(letter) + "'");
-            return;
-    }
-
-    int value = (int) decodeHexResponse(line);
-    if (letter == 't' && (value & 0x80) != 0)
-        value -= 256;
-
-    forEachListener(bit, [&](HardwareBoardEventListener& l) {
-        auto* listener = dynamic_cast<DiskpackBoardEventListener*>(&l);
-        if (listener == nullptr)
-            return;
-        switch (letter)
-        {
-            case 't': listener->diskpackTemperatureEvent(value); break;
-            case 'b': listener->diskpackButtonEvent(value); break;
-            default: listener->diskpackLedEvent(value != 0); break;
-        }
-    });
+    using L = DiskpackBoardEventListener;
+    static const EventRow<L> rows[] = {
+        { 'b', L::buttonEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.diskpackButtonEvent(v.number); } },
+        { 't', L::temperatureEventBit, EventDecoding::signedNumber, [](L& l, const EventValue& v) { l.diskpackTemperatureEvent(v.number); } },
+        { 'l', L::ledEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.diskpackLedEvent(v.number != 0); } },
+    };
+    dispatchEvent(line, "DiskpackBoardEventListener", rows);
 }

@@ -51,10 +51,12 @@ public:
     bool getBatteryVoltageRange(int& minMv, int& maxMv) const;
     bool enableTemperatureEvents(bool on);
     /** Selects the page, then writes it; refused for a text over 40
-        characters or a page outside 0..23. */
+        characters or a page outside 0..maxTextPages. */
     bool writeText(int page, const char* text);
     bool readText(int page, juce::String& text);
-    int getMaxTextPages() const { return 23; }
+    /** The highest text page number, and the most pages setNumTextPages takes. */
+    static constexpr int maxTextPages = 23;
+    int getMaxTextPages() const { return maxTextPages; }
     bool setNumTextPages(int n);
     bool getOperatingHours(int& hours);
     bool getMinMaxTemperatures(int& minDegrees, int& maxDegrees);

@@ -66,55 +66,14 @@ bool RemoteBoard::poll()
 //==============================================================================
 void RemoteBoard::eventReceived(const juce::String& line)
 {
-    if (line.isEmpty())
-        return;
-
-    const auto letter = line[0];
-    uint32_t bit = 0;
-    switch (letter)
-    {
-        case 'k': bit = RemoteBoardEventListener::keyEventBit; break;
-        case 'r': bit = RemoteBoardEventListener::rotorEventBit; break;
-        case 'd': bit = RemoteBoardEventListener::debugEventBit; break;
-        case 'q': bit = RemoteBoardEventListener::signalEventBit; break;
-        case 'f': bit = RemoteBoardEventListener::referenceEventBit; break;
-        case 'e': bit = RemoteBoardEventListener::encoderEventBit; break;
-        default:
-            juce::Logger::writeToLog("RemoteBoardEventListener: received unknown event '"
-                                     + juce::String::charToString(letter) + "'");
-            return;
-    }
-
-    int value = 0;
-    unsigned short words[RemoteBoardEventListener::numTouchValues] = {};
-    juce::String text;
-    if (letter == 'k' || letter == 'r' || letter == 'e')
-    {
-        value = (int) decodeHexResponse(line);
-        if (letter == 'e' && (value & 0x80) != 0)
-            value -= 256;
-    }
-    else if (letter == 'd')
-    {
-        text = line.substring(1);
-    }
-    else
-    {
-        decodeWordResponse(line, words, RemoteBoardEventListener::numTouchValues);
-    }
-
-    forEachListener(bit, [&](HardwareBoardEventListener& l) {
-        auto* listener = dynamic_cast<RemoteBoardEventListener*>(&l);
-        if (listener == nullptr)
-            return;
-        switch (letter)
-        {
-            case 'k': listener->keyEvent(value); break;
-            case 'r': listener->rotorEvent(value); break;
-            case 'e': listener->encoderEvent(value); break;
-            case 'd': listener->debugEvent(text.toRawUTF8()); break;
-            case 'q': listener->signalEvent(words); break;
-            default: listener->referenceEvent(words); break;
-        }
-    });
+    using L = RemoteBoardEventListener;
+    static const EventRow<L> rows[] = {
+        { 'k', L::keyEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.keyEvent(v.number); } },
+        { 'r', L::rotorEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.rotorEvent(v.number); } },
+        { 'd', L::debugEventBit, EventDecoding::text, [](L& l, const EventValue& v) { l.debugEvent(v.text.toRawUTF8()); } },
+        { 'q', L::signalEventBit, EventDecoding::words, [](L& l, const EventValue& v) { l.signalEvent(v.words); } },
+        { 'f', L::referenceEventBit, EventDecoding::words, [](L& l, const EventValue& v) { l.referenceEvent(v.words); } },
+        { 'e', L::encoderEventBit, EventDecoding::signedNumber, [](L& l, const EventValue& v) { l.encoderEvent(v.number); } },
+    };
+    dispatchEvent(line, "RemoteBoardEventListener", rows);
 }

@@ -186,37 +186,12 @@ bool TransferBoard::setDevicesFitted(int numDisks, bool tape)
 //==============================================================================
 void TransferBoard::eventReceived(const juce::String& line)
 {
-    if (line.isEmpty())
-        return;
-
-    const auto letter = line[0];
-    uint32_t bit = 0;
-    switch (letter)
-    {
-        case 'p': bit = TransferBoardEventListener::diskpackTemperatureEventBit; break;
-        case 'd': bit = TransferBoardEventListener::doorEventBit; break;
-        case 'i': bit = TransferBoardEventListener::diskpackEventBit; break;
-        case 'l': bit = TransferBoardEventListener::ledEventBit; break;
-        default:
-            juce::Logger::writeToLog("TransferBoardEventListener: received unknown event '"
-                                     + juce::String::charToString(letter) + "'");
-            return;
-    }
-
-    int value = (int) decodeHexResponse(line);
-    if (letter == 'p' && (value & 0x80) != 0)
-        value -= 256;
-
-    forEachListener(bit, [&](HardwareBoardEventListener& l) {
-        auto* listener = dynamic_cast<TransferBoardEventListener*>(&l);
-        if (listener == nullptr)
-            return;
-        switch (letter)
-        {
-            case 'p': listener->diskpackTemperatureEvent(value); break;
-            case 'd': listener->doorEvent(value != 0); break;
-            case 'i': listener->diskpackEvent(value != 0); break;
-            default: listener->ledEvent(value); break;
-        }
-    });
+    using L = TransferBoardEventListener;
+    static const EventRow<L> rows[] = {
+        { 'p', L::diskpackTemperatureEventBit, EventDecoding::signedNumber, [](L& l, const EventValue& v) { l.diskpackTemperatureEvent(v.number); } },
+        { 'd', L::doorEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.doorEvent(v.number != 0); } },
+        { 'i', L::diskpackEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.diskpackEvent(v.number != 0); } },
+        { 'l', L::ledEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.ledEvent(v.number); } },
+    };
+    dispatchEvent(line, "TransferBoardEventListener", rows);
 }

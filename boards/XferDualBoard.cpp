@@ -1,28 +1,18 @@
 #include "boards/XferDualBoard.h"
 
+#include "boards/SasExpanderCodes.h"
+
 namespace
 {
+using namespace SasExpander;
+
 // Expander register map: each PHY has a 4 KiB window starting here.
 constexpr uint32_t phyWindowBase = 0xC0040000u;
 constexpr uint32_t phyWindowSize = 0x1000u;
 constexpr uint32_t phyControlOffset = 0x718;   // write: 5 clears counters, 3/1 hold/release reset
 constexpr uint32_t phyErrorCountOffset = 0x730;
 constexpr uint32_t phyLinkRateOffset = 0x704;
-constexpr uint32_t phyStatusOffset = 0x044;    // attached-device status
-constexpr uint32_t phyAttachedAddrOffset = 0x078;
 constexpr uint32_t expanderAddrRegister = 0xC0066010u;
-
-constexpr unsigned char fnWrite = 0x02;
-constexpr unsigned char fnRead = 0x03;
-constexpr unsigned char fnReadAddress = 0x05;
-
-constexpr uint32_t controlClearCounters = 5;
-constexpr uint32_t controlHoldReset = 3;
-constexpr uint32_t controlReleaseReset = 1;
-
-// An attached device shows as "type 1" in the top nibble with bit 0 set.
-constexpr uint32_t statusAttachedMask = 0xF0000001u;
-constexpr uint32_t statusAttached = 0x10000001u;
 
 uint32_t phyRegister(int phy, uint32_t offset)
 {
@@ -35,12 +25,6 @@ void putBigEndian(uint32_t v, unsigned char* p)
     p[1] = (unsigned char) (v >> 16);
     p[2] = (unsigned char) (v >> 8);
     p[3] = (unsigned char) v;
-}
-
-int signedByte(uint32_t v)
-{
-    const int b = (int) (v & 0xFF);
-    return b >= 128 ? b - 256 : b;
 }
 
 int clampColour(int c)
@@ -300,48 +284,23 @@ bool XferDualBoard::sasResetPhy(int port)
 //==============================================================================
 void XferDualBoard::eventReceived(const juce::String& line)
 {
-    if (line.isEmpty())
-        return;
-    const auto letter = line[0];
-
-    uint32_t bit = 0;
-    switch (letter)
-    {
-        case 't': bit = XferDualBoardEventListener::systemTemperatureBit; break;
-        case 'p': bit = XferDualBoardEventListener::diskpackTemperatureBit; break;
-        case 'i': bit = XferDualBoardEventListener::diskpackBit; break;
-        case 'b': bit = XferDualBoardEventListener::ejectButtonBit; break;
-        case 'l': bit = XferDualBoardEventListener::diskpackLedBit; break;
-        case 'd': bit = XferDualBoardEventListener::debugBit; break;
-        case 'j': bit = XferDualBoardEventListener::diskFanSpeedBit; break;
-        default:
-            juce::Logger::writeToLog("XferDualBoardEventListener: received unknown event '"
-                                     + juce::String::charToString(letter) + "'");
-            return;
-    }
-
-    const uint32_t v = decodeHexResponse(line);
-    const juce::String text = line.substring(1);
     // Per-diskpack flags carry the diskpack in the upper nibble, values in the
     // upper byte.
-    const int whichNibble = (int) (v >> 4);
-    const int flags = (int) (v & 15);
-    const int whichByte = (int) (v >> 8);
-
-    forEachListener(bit, [&](HardwareBoardEventListener& base) {
-        auto* l = dynamic_cast<XferDualBoardEventListener*>(&base);
-        if (l == nullptr)
-            return;
-        switch (letter)
-        {
-            case 't': l->systemTemperatureEvent(signedByte(v >> 8), signedByte(v)); break;
-            case 'p': l->diskpackTemperatureEvent(whichByte, signedByte(v)); break;
-            case 'i': l->diskpackEvent(whichNibble, (flags & 1) != 0, (flags & 2) != 0); break;
-            case 'b': l->ejectButtonEvent(whichNibble, flags != 0); break;
-            case 'l': l->diskpackLedEvent(whichNibble, flags != 0); break;
-            case 'j': l->diskFanSpeedEvent(whichByte, (int) (v & 255)); break;
-            case 'd': l->debugEvent(text); break;
-            default: break;
-        }
-    });
+    using L = XferDualBoardEventListener;
+    static const EventRow<L> rows[] = {
+        { 't', L::systemTemperatureBit, EventDecoding::number,
+          [](L& l, const EventValue& v) { l.systemTemperatureEvent(signedByte(v.raw >> 8), signedByte(v.raw)); } },
+        { 'p', L::diskpackTemperatureBit, EventDecoding::number,
+          [](L& l, const EventValue& v) { l.diskpackTemperatureEvent((int) (v.raw >> 8), signedByte(v.raw)); } },
+        { 'i', L::diskpackBit, EventDecoding::number,
+          [](L& l, const EventValue& v) { l.diskpackEvent((int) (v.raw >> 4), (v.raw & 1) != 0, (v.raw & 2) != 0); } },
+        { 'b', L::ejectButtonBit, EventDecoding::number,
+          [](L& l, const EventValue& v) { l.ejectButtonEvent((int) (v.raw >> 4), (v.raw & 15) != 0); } },
+        { 'l', L::diskpackLedBit, EventDecoding::number,
+          [](L& l, const EventValue& v) { l.diskpackLedEvent((int) (v.raw >> 4), (v.raw & 15) != 0); } },
+        { 'd', L::debugBit, EventDecoding::text, [](L& l, const EventValue& v) { l.debugEvent(v.text); } },
+        { 'j', L::diskFanSpeedBit, EventDecoding::number,
+          [](L& l, const EventValue& v) { l.diskFanSpeedEvent((int) (v.raw >> 8), (int) (v.raw & 255)); } },
+    };
+    dispatchEvent(line, "XferDualBoardEventListener", rows);
 }

@@ -1,6 +1,6 @@
 #include "console/ConsoleInput.h"
 
-#include "link/ComPort.h"
+#include "link/ConsoleTerminal.h"
 
 #include <cerrno>
 #include <optional>

@@ -2,6 +2,7 @@
 
 #include "console/ConsoleInput.h"
 #include "link/ComPort.h"
+#include "link/ConsoleTerminal.h"
 
 #include <cstdio>
 

@@ -1,7 +1,7 @@
 #include "console/RemoteDisplayDemo.h"
 
 #include "console/ConsoleInput.h"
-#include "link/ComPort.h"
+#include "link/ConsoleTerminal.h"
 
 #include <algorithm>
 #include <atomic>

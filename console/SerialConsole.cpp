@@ -3,7 +3,7 @@
 #include "console/ConsoleInput.h"
 #include "console/ConsoleListeners.h"
 #include "console/Menus.h"
-#include "link/ComPort.h"
+#include "link/ConsoleTerminal.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -4,6 +4,9 @@
 
 #include <atomic>
 
+// Programs that drive a port usually also read keys and catch Ctrl-C.
+#include "link/ConsoleTerminal.h"
+
 /** A serial device opened by a small port number: blocking reads and writes
     with per-character millisecond timeouts. A ComPort has no lock of its own;
     its owner serialises use. */
@@ -60,12 +63,3 @@ private:
 
     JUCE_DECLARE_NON_COPYABLE(ComPort)
 };
-
-//==============================================================================
-// Single-key console input. The terminal of standard output is the one
-// configured; standard input is read.
-bool kbhit();
-int getch();
-void resetTTY();
-void setupTTY(bool singleKey);
-void setControlCHandler(void (*handler)());

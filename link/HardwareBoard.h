@@ -1,5 +1,7 @@
 #pragma once
 
+#include "link/EventTable.h"
+
 #include <juce_core/juce_core.h>
 
 #include <atomic>
@@ -54,6 +56,12 @@ public:
     static void appendHexByte(int v, juce::String& s);
     static uint32_t decodeHexResponse(const juce::String& reply) noexcept;
     static int decodeWordResponse(const juce::String& reply, unsigned short* out, int maxWords);
+    /** The low byte of v as a two's complement number. */
+    static int signedByte(uint32_t v) noexcept
+    {
+        const int b = (int) (v & 0xFF);
+        return b >= 128 ? b - 256 : b;
+    }
 
     // --- command line builders (what the senders put on the wire, less the terminator) ---
     static juce::String buildCommand(char cmd, int value, int digits);
@@ -86,6 +94,30 @@ protected:
     /** Calls fn for every registered listener whose mask has `bit`, in
         registration order. Runs on whichever thread decodes the event. */
     void forEachListener(uint32_t bit, const std::function<void(HardwareBoardEventListener&)>& fn);
+
+    /** Decodes one event line with the row for its letter and hands it to
+        every listener of type Listener that wants the row's bit. A letter no
+        row knows is logged as "<listenerName>: received unknown event 'x'". */
+    template <class Listener, size_t numRows>
+    void dispatchEvent(const juce::String& line, const char* listenerName, const EventRow<Listener> (&rows)[numRows])
+    {
+        if (line.isEmpty())
+            return;
+        const auto letter = line[0];
+        for (auto& row : rows)
+        {
+            if (row.letter != letter)
+                continue;
+            const EventValue value = decodeEvent(row.decoding, line);
+            forEachListener(row.bit, [&](HardwareBoardEventListener& base) {
+                if (auto* listener = dynamic_cast<Listener*>(&base))
+                    row.deliver(*listener, value);
+            });
+            return;
+        }
+        juce::Logger::writeToLog(juce::String(listenerName) + ": received unknown event '"
+                                 + juce::String::charToString(letter) + "'");
+    }
 
     /** Writes a link diagnostic unless the board is quiet. */
     void logLine(const juce::String& text) const;

@@ -1,6 +1,7 @@
 #include "support/PtyPeer.h"
 
 #include "link/ComPort.h"
+#include "link/ConsoleTerminal.h"
 
 #include <gtest/gtest.h>
 

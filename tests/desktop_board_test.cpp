@@ -8,11 +8,11 @@ using Desktop = ScriptedBoardTest<Scripted<DesktopBoard>>;
 namespace
 {
 /** Sum of image bytes [from, to] modulo 256. */
-unsigned imageSum(int from, int to)
+unsigned imageSum(const DesktopBoard::EepromImage& image, int from, int to)
 {
     unsigned sum = 0;
     for (int i = from; i <= to; ++i)
-        sum += DesktopBoard::eepromData[(size_t) i];
+        sum += image[(size_t) i];
     return sum & 0xFF;
 }
 
@@ -204,7 +204,8 @@ TEST_F(Desktop, PhyControlFrames)
 
 TEST(DesktopEeprom, FactoryImageLayout)
 {
-    const auto& image = DesktopBoard::eepromData;
+    const DesktopBoard board;
+    const auto& image = board.getEepromImage();
     EXPECT_EQ(image[0], 0x81);
     EXPECT_EQ(image[63], 0xFF);
     EXPECT_EQ(hexOf(&image[64], 7), "51500605BCDA10");
@@ -217,18 +218,18 @@ TEST(DesktopEeprom, FactoryImageLayout)
     EXPECT_EQ(image[250], 0x00);
     EXPECT_EQ(image[252], 0xFF);
     EXPECT_EQ(image[319], 0xFF);
-    EXPECT_EQ(imageSum(64, 192), 0u) << "checksums hold before any programming";
-    EXPECT_EQ(imageSum(193, 251), 0u);
+    EXPECT_EQ(imageSum(image, 64, 192), 0u) << "checksums hold before any programming";
+    EXPECT_EQ(imageSum(image, 193, 251), 0u);
 }
 
 TEST(DesktopEeprom, SerialOutOfRangeSendsNothing)
 {
     EepromBoard board;
-    const auto before = DesktopBoard::eepromData;
+    const auto before = board.getEepromImage();
     EXPECT_EQ(board.sasProgramEeprom(4096), DesktopBoard::programBadSerial);
     EXPECT_EQ(board.sasProgramEeprom(-1), DesktopBoard::programBadSerial);
     EXPECT_TRUE(board.sent.isEmpty());
-    EXPECT_EQ(DesktopBoard::eepromData, before);
+    EXPECT_EQ(board.getEepromImage(), before);
 }
 
 TEST(DesktopEeprom, ProgramsEveryBlockVerifiesAndResets)
@@ -236,11 +237,11 @@ TEST(DesktopEeprom, ProgramsEveryBlockVerifiesAndResets)
     EepromBoard board;
     EXPECT_EQ(board.sasProgramEeprom(0x123), DesktopBoard::programOk);
 
-    const auto& image = DesktopBoard::eepromData;
+    const auto& image = board.getEepromImage();
     EXPECT_EQ(image[71], 0x12);
     EXPECT_EQ(image[72], 0x3F);
-    EXPECT_EQ(imageSum(64, 192), 0u);
-    EXPECT_EQ(imageSum(193, 251), 0u);
+    EXPECT_EQ(imageSum(image, 64, 192), 0u);
+    EXPECT_EQ(imageSum(image, 193, 251), 0u);
 
     ASSERT_EQ(board.sent.size(), 21);
     for (int b = 0; b < 10; ++b)
@@ -258,7 +259,7 @@ TEST(DesktopEeprom, ProgramsEveryBlockVerifiesAndResets)
     EXPECT_EQ(board.sasProgramEeprom(4095), DesktopBoard::programOk);
     EXPECT_EQ(image[71], 0xFF);
     EXPECT_EQ(image[72], 0xFF);
-    EXPECT_EQ(imageSum(64, 192), 0u);
+    EXPECT_EQ(imageSum(image, 64, 192), 0u);
     EXPECT_EQ(board.sasProgramEeprom(0), DesktopBoard::programOk);
     EXPECT_EQ(image[71], 0x00);
     EXPECT_EQ(image[72], 0x0F);
@@ -271,7 +272,7 @@ TEST(DesktopEeprom, FailuresStopAtTheBlockAndReportTheirCode)
         board.failWriteOf = 3;
         EXPECT_EQ(board.sasProgramEeprom(7), DesktopBoard::programWriteFailed);
         EXPECT_EQ(board.sent.size(), 7) << "three blocks written and read, then the failed write";
-        EXPECT_EQ(DesktopBoard::eepromData[72], 0x7F) << "the image keeps the serial anyway";
+        EXPECT_EQ(board.getEepromImage()[72], 0x7F) << "the image keeps the serial anyway";
     }
     {
         EepromBoard board;
