@@ -1,8 +1,9 @@
-// avrtest: the bench console for the serial boards. A technician names the
-// board type on the command line, the console finds the board, prints its
-// identity and then runs one board operation per key.
+// avrtest: the bench console for the serial boards and the docks. A technician
+// names the board type on the command line, the console finds the board,
+// prints its identity and then runs one board operation per key.
 #include "console/LinkTest.h"
 #include "console/SerialConsole.h"
+#include "console/dock/DockConsole.h"
 
 #include <juce_events/juce_events.h>
 
@@ -22,8 +23,7 @@ int main(int argc, char** argv)
             return runLinkTest(args.port);
 
         case ConsoleArguments::Action::dock:
-            printf("Docks (m, n, s) are not supported in this build of avrtest.\n");
-            return -1;
+            return runDockConsole(argc, argv);
 
         case ConsoleArguments::Action::serialBoard:
             return runSerialConsole(*findBoardKind(args.letter), args.id, args.check);
