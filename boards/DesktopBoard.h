@@ -20,7 +20,8 @@ public:
 
     explicit DesktopBoardEventListener(uint32_t mask = allEvents) : HardwareBoardEventListener(mask) {}
 
-    // Slot order is part of the interface: keep it.
+    // Listeners built against this interface call the operations by position:
+    // keep their order, and add new ones after the last.
     /** Free text the firmware prints for its developers. */
     virtual void debugEvent(const juce::String& text) = 0;
     /** Signed degrees Celsius. */

@@ -21,7 +21,8 @@ public:
 
     explicit XferDualBoardEventListener(uint32_t mask = allEvents) : HardwareBoardEventListener(mask) {}
 
-    // Slot order is part of the interface: keep it.
+    // Listeners built against this interface call the operations by position:
+    // keep their order, and add new ones after the last.
     virtual void systemTemperatureEvent(int boardDegrees, int sasDegrees) = 0;
     virtual void diskpackTemperatureEvent(int which, int degrees) = 0;
     virtual void diskpackEvent(int which, bool present, bool fault) = 0;

@@ -147,23 +147,23 @@ void AVRRemoteEventListener::keyEvent(int keys)
 {
     printEvent("Key: %04x\n", (unsigned) keys);
     lastKey = (uint32_t) keys;
-    if (RemoteDisplayDemo::isRunning())
-        RemoteDisplayDemo::menuEvent(lastKey, lastRotor, 0);
+    if (demo.isRunning())
+        demo.menuEvent(lastKey, lastRotor, 0);
 }
 
 void AVRRemoteEventListener::rotorEvent(int rotor)
 {
     printEvent("Rotor: %02x\n", (unsigned) rotor);
     lastRotor = (uint32_t) rotor;
-    if (RemoteDisplayDemo::isRunning())
-        RemoteDisplayDemo::menuEvent(lastKey, lastRotor, 0);
+    if (demo.isRunning())
+        demo.menuEvent(lastKey, lastRotor, 0);
 }
 
 void AVRRemoteEventListener::encoderEvent(int delta)
 {
     printEvent("Encoder: %d\n", delta);
-    if (RemoteDisplayDemo::isRunning())
-        RemoteDisplayDemo::menuEvent(lastKey, lastRotor, delta);
+    if (demo.isRunning())
+        demo.menuEvent(lastKey, lastRotor, delta);
 }
 
 void AVRRemoteEventListener::debugEvent(const char* text)

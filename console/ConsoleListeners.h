@@ -6,6 +6,7 @@
 #include "boards/RemoteBoard.h"
 #include "boards/TransferBoard.h"
 #include "boards/XferDualBoard.h"
+#include "console/RemoteDisplayDemo.h"
 
 #include <atomic>
 #include <cstdint>
@@ -82,7 +83,10 @@ public:
 class AVRRemoteEventListener : public RemoteBoardEventListener
 {
 public:
-    explicit AVRRemoteEventListener(uint32_t mask) : RemoteBoardEventListener(mask) {}
+    AVRRemoteEventListener(uint32_t mask, RemoteDisplayDemo& displayDemo)
+        : RemoteBoardEventListener(mask), demo(displayDemo)
+    {
+    }
     void keyEvent(int keys) override;
     void rotorEvent(int rotor) override;
     void encoderEvent(int delta) override;
@@ -93,6 +97,7 @@ public:
     void referenceEvent(const unsigned short* values) override;
 
 private:
+    RemoteDisplayDemo& demo;
     // Only the board's event thread touches these.
     uint32_t lastKey = 0;
     uint32_t lastRotor = 0;

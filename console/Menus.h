@@ -7,22 +7,22 @@
 #include "boards/TransferBoard.h"
 #include "boards/XferDualBoard.h"
 #include "console/ConsoleInput.h"
+#include "console/MenuKeys.h"
 
 #include <cstdio>
 
-// The key tables of the six serial boards. Each runs the command of one key
-// and returns false when the key is not in its table (the keystroke loop then
-// reports it). `?`, `x` and the line-end keys never reach them.
+// The menus of the six serial boards, each with its key table and help text
+// in its own file. `?`, `x` and the line-end keys never reach them.
 //
 // Set operations print "Failed" only on failure; get operations print their
 // result line or "Failed".
 
-bool diskpackMenu(DiskpackBoard& board, int key);
-bool chassisMenu(ChassisBoard& board, int key);
-bool transferMenu(TransferBoard& board, int key);
-bool desktopMenu(DesktopBoard& board, int key);
-bool xferDualMenu(XferDualBoard& board, int key);
-bool remoteMenu(RemoteBoard& board, int key);
+extern const BoardMenu diskpackMenu;
+extern const BoardMenu chassisMenu;
+extern const BoardMenu transferMenu;
+extern const BoardMenu desktopMenu;
+extern const BoardMenu xferDualMenu;
+extern const BoardMenu remoteMenu;
 
 namespace Menus
 {
@@ -30,7 +30,8 @@ namespace Menus
     void reportFailure(bool ok);
 
     /** The keys of the one diskpack slot that the desktop and the transfer
-        station both have: the same commands on the wire, the same lines. */
+        station both have: the same commands on the wire, the same lines.
+        False when `key` is not one of them. */
     template <class Board>
     bool diskpackSlotMenu(Board& board, int key);
 

@@ -1,137 +1,93 @@
 #include "console/Menus.h"
+#include "console/ConsoleListeners.h"
 
 using namespace ConsoleInput;
 using Menus::reportFailure;
 
-bool diskpackMenu(DiskpackBoard& board, int key)
+namespace
 {
-    switch (key)
-    {
-        case 'A':
-            reportFailure(board.monitorDiskActivity(askInt("Set monitor disk activity: ") != 0));
-            break;
+const char* const help =
+    "\nL led, A disk activity, X set wp, Y get wp,\nD set display text, S scsi id, V get voltage,\nT enable temp, "
+    "R read text, W write text,\nQ num text pages, O get op hours, M get temps,\nU get guid, C prepare "
+    "closedown,\nI get scsi type, B set display brightness,\nE get SAS addr, Z reset EEPROM,\nG backplane voltage "
+    "rail, x exit\n";
 
-        case 'B':
-            // The board class maps the level onto the display's drive range;
-            // out-of-range levels are its business.
-            reportFailure(board.setDisplayBrightness(askInt("Brightness (0-15): ")));
-            break;
+const MenuKey<DiskpackBoard> keys[] = {
+    { 'A', [](DiskpackBoard& board) {
+        reportFailure(board.monitorDiskActivity(askInt("Set monitor disk activity: ") != 0));
+      } },
+    { 'B', [](DiskpackBoard& board) {
+        // The board class maps the level onto the display's drive range;
+        // out-of-range levels are its business.
+        reportFailure(board.setDisplayBrightness(askInt("Brightness (0-15): ")));
+      } },
+    { 'C', [](DiskpackBoard& board) { reportFailure(board.prepareClosedown()); } },
+    { 'D', [](DiskpackBoard& board) {
+        printf("Display text: ");
+        const std::string text = readTextLine();
+        reportFailure(board.setDisplayText(text.c_str()));
+      } },
+    { 'E', [](DiskpackBoard& board) { Menus::showSasAddress(board); } },
+    { 'G', [](DiskpackBoard& board) {
+        const int backplane = askInt("Which backplane: ");
+        const int rail = askInt("Rail (0-3=12V,5V,3V3,1V2): ");
+        int value = 0;
+        if (board.getBackplaneVoltageRail(backplane, rail, value))
+            printf("Voltage: %d mV\n", value);
+        else
+            puts("Failed");
+      } },
+    { 'I', [](DiskpackBoard& board) {
+        bool parallel = false;
+        if (board.getParallelScsiType(parallel))
+            puts(parallel ? "Parallel SCSI" : "SAS");
+        else
+            puts("Failed");
+      } },
+    { 'L', [](DiskpackBoard& board) {
+        int r, g, b, flash;
+        ask("Set LED (r,g,b,flash): ", "%d %d %d %d", r, g, b, flash);
+        reportFailure(board.setLed(r, g, b, flash));
+      } },
+    { 'M', [](DiskpackBoard& board) { Menus::showTemperatures(board, "Temperatures"); } },
+    { 'O', [](DiskpackBoard& board) { Menus::showOperatingHours(board); } },
+    { 'Q', [](DiskpackBoard& board) { reportFailure(board.setNumTextPages(askInt("Num text pages: "))); } },
+    { 'R', [](DiskpackBoard& board) {
+        const int page = askInt("Read text (page): ");
+        juce::String text;
+        if (board.readText(page, text))
+            puts(text.toRawUTF8());
+        else
+            puts("Failed");
+      } },
+    { 'S', [](DiskpackBoard& board) { reportFailure(board.setScsiIdMsb(askInt("Scsi Id Msb: ") != 0)); } },
+    { 'T', [](DiskpackBoard& board) {
+        reportFailure(board.enableTemperatureEvents(askInt("Temperature check enable: ") != 0));
+      } },
+    { 'U', [](DiskpackBoard& board) { Menus::showGuid(board, &DiskpackBoard::getGuid); } },
+    { 'V', [](DiskpackBoard& board) { Menus::showBatteryVoltage(board); } },
+    { 'W', [](DiskpackBoard& board) {
+        printf("Write text (page, text): ");
+        int page = 0;
+        std::string text;
+        readNumberAndText(page, text);
+        reportFailure(board.writeText(page, text.c_str()));
+      } },
+    { 'X', [](DiskpackBoard& board) { reportFailure(board.setWriteProtect(askInt("Write protect: ") != 0)); } },
+    { 'Y', [](DiskpackBoard& board) {
+        bool protectedNow = false;
+        if (board.getWriteProtect(protectedNow))
+            printf("%sWrite Protected\n", protectedNow ? "" : "Not ");
+        else
+            puts("Failed");
+      } },
+    { 'Z', [](DiskpackBoard& board) { Menus::resetWithConfirmation(board); } },
+};
 
-        case 'C':
-            reportFailure(board.prepareClosedown());
-            break;
-
-        case 'D':
-        {
-            printf("Display text: ");
-            const std::string text = readTextLine();
-            reportFailure(board.setDisplayText(text.c_str()));
-            break;
-        }
-
-        case 'E':
-            Menus::showSasAddress(board);
-            break;
-
-        case 'G':
-        {
-            const int backplane = askInt("Which backplane: ");
-            const int rail = askInt("Rail (0-3=12V,5V,3V3,1V2): ");
-            int value = 0;
-            if (board.getBackplaneVoltageRail(backplane, rail, value))
-                printf("Voltage: %d mV\n", value);
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'I':
-        {
-            bool parallel = false;
-            if (board.getParallelScsiType(parallel))
-                puts(parallel ? "Parallel SCSI" : "SAS");
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'L':
-        {
-            int r, g, b, flash;
-            ask("Set LED (r,g,b,flash): ", "%d %d %d %d", r, g, b, flash);
-            reportFailure(board.setLed(r, g, b, flash));
-            break;
-        }
-
-        case 'M':
-            Menus::showTemperatures(board, "Temperatures");
-            break;
-
-        case 'O':
-            Menus::showOperatingHours(board);
-            break;
-
-        case 'Q':
-            reportFailure(board.setNumTextPages(askInt("Num text pages: ")));
-            break;
-
-        case 'R':
-        {
-            const int page = askInt("Read text (page): ");
-            juce::String text;
-            if (board.readText(page, text))
-                puts(text.toRawUTF8());
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'S':
-            reportFailure(board.setScsiIdMsb(askInt("Scsi Id Msb: ") != 0));
-            break;
-
-        case 'T':
-            reportFailure(board.enableTemperatureEvents(askInt("Temperature check enable: ") != 0));
-            break;
-
-        case 'U':
-            Menus::showGuid(board, &DiskpackBoard::getGuid);
-            break;
-
-        case 'V':
-            Menus::showBatteryVoltage(board);
-            break;
-
-        case 'W':
-        {
-            printf("Write text (page, text): ");
-            int page = 0;
-            std::string text;
-            readNumberAndText(page, text);
-            reportFailure(board.writeText(page, text.c_str()));
-            break;
-        }
-
-        case 'X':
-            reportFailure(board.setWriteProtect(askInt("Write protect: ") != 0));
-            break;
-
-        case 'Y':
-        {
-            bool protectedNow = false;
-            if (board.getWriteProtect(protectedNow))
-                printf("%sWrite Protected\n", protectedNow ? "" : "Not ");
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'Z':
-            Menus::resetWithConfirmation(board);
-            break;
-
-        default:
-            return false;
-    }
-    return true;
+bool runKey(DiskpackBoard& board, int key)
+{
+    return runMenuKey(keys, board, key);
 }
+} // namespace
+
+const BoardMenu diskpackMenu { help, BoardSession::start<DiskpackBoard, AVRDiskpackEventListener, runKey> };

@@ -1,4 +1,5 @@
 #include "console/Menus.h"
+#include "console/ConsoleListeners.h"
 
 using namespace ConsoleInput;
 using Menus::reportFailure;
@@ -31,91 +32,66 @@ void showGaugeReading(TransferBoard& board, bool (TransferBoard::*read)(int&), i
     else
         printf(format, value);
 }
-}
 
-bool transferMenu(TransferBoard& board, int key)
+const char* const help =
+    "\nZ reset EEPROM, I get diskpack ID, O get op hours,\nV get voltage, B get capacity, C get current,\nF set "
+    "fan speed, W set fan pwm, M get temps\nP diskpack temp, U get guid, L set leds,\nD diskpack power, X set "
+    "write protect, Y get write protect,\nH internal disk power, T tape drive power,\nN get optional devices "
+    "fitted, R set optional devices fitted,\nE get SAS addr, S set manual SAS addr,\nx exit\n";
+
+const MenuKey<TransferBoard> keys[] = {
+    { 'B', [](TransferBoard& board) {
+        showGaugeReading(board, &TransferBoard::getBatteryCapacity, capacityNotAvailable,
+                         "Battery Capacity: %d%%\n", "Battery Capacity: not available");
+      } },
+    { 'C', [](TransferBoard& board) {
+        showGaugeReading(board, &TransferBoard::getBatteryCurrent, currentNotAvailable,
+                         "Battery Current: %d mA\n", "Battery Current: not available");
+      } },
+    { 'E', [](TransferBoard& board) { Menus::showSasAddress(board); } },
+    { 'F', [](TransferBoard& board) { reportFailure(board.setFanSpeed(askInt("Fan speed: "))); } },
+    { 'H', [](TransferBoard& board) {
+        reportFailure(board.setInternalDiskPower(askInt("Internal drive power: ") != 0));
+      } },
+    { 'N', [](TransferBoard& board) {
+        const int disks = board.getNumInternalDisks();
+        const bool tape = board.getTapeDriveFitted();
+        printf("%d internal disks, %stape drive\n", disks, tape ? "" : "no ");
+      } },
+    { 'R', [](TransferBoard& board) {
+        int disks, tape;
+        ask("Num disks, tape drive: ", "%d %d", disks, tape);
+        reportFailure(board.setDevicesFitted(disks, tape != 0));
+      } },
+    { 'S', [](TransferBoard& board) { enterSasAddress(board); } },
+    { 'T', [](TransferBoard& board) { reportFailure(board.setTapeDrivePower(askInt("Tape drive power: ") != 0)); } },
+    { 'W', [](TransferBoard& board) {
+        reportFailure(board.setFanPwmFreq(askInt("Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): ")));
+      } },
+    { 'X', [](TransferBoard& board) {
+        int which, enable;
+        ask("Set write protect (0 = pack, 1 = internal): ", "%d %d", which, enable);
+        reportFailure(which == 0 ? board.setDiskpackWriteProtect(enable != 0)
+                                 : board.setInternalDisksWriteProtect(enable != 0));
+      } },
+    { 'Y', [](TransferBoard& board) {
+        const int which = askInt("Get write protect (0 = pack, 1 = internal): ");
+        bool protectedNow = false;
+        if (which == 0 ? !board.getDiskpackWriteProtect(protectedNow)
+                       : !board.getInternalDisksWriteProtect(protectedNow))
+            puts("Failed");
+        else if (which == 0)
+            printf("Diskpack is %swrite protected\n", protectedNow ? "" : "not ");
+        else
+            printf("Internal disks are %swrite protected\n", protectedNow ? "" : "not ");
+      } },
+    { 'Z', [](TransferBoard& board) { Menus::resetWithConfirmation(board); } },
+};
+
+bool runKey(TransferBoard& board, int key)
 {
-    switch (key)
-    {
-        case 'B':
-            showGaugeReading(board, &TransferBoard::getBatteryCapacity, capacityNotAvailable,
-                             "Battery Capacity: %d%%\n", "Battery Capacity: not available");
-            break;
-
-        case 'C':
-            showGaugeReading(board, &TransferBoard::getBatteryCurrent, currentNotAvailable,
-                             "Battery Current: %d mA\n", "Battery Current: not available");
-            break;
-
-        case 'E':
-            Menus::showSasAddress(board);
-            break;
-
-        case 'F':
-            reportFailure(board.setFanSpeed(askInt("Fan speed: ")));
-            break;
-
-        case 'H':
-            reportFailure(board.setInternalDiskPower(askInt("Internal drive power: ") != 0));
-            break;
-
-        case 'N':
-        {
-            const int disks = board.getNumInternalDisks();
-            const bool tape = board.getTapeDriveFitted();
-            printf("%d internal disks, %stape drive\n", disks, tape ? "" : "no ");
-            break;
-        }
-
-        case 'R':
-        {
-            int disks, tape;
-            ask("Num disks, tape drive: ", "%d %d", disks, tape);
-            reportFailure(board.setDevicesFitted(disks, tape != 0));
-            break;
-        }
-
-        case 'S':
-            enterSasAddress(board);
-            break;
-
-        case 'T':
-            reportFailure(board.setTapeDrivePower(askInt("Tape drive power: ") != 0));
-            break;
-
-        case 'W':
-            reportFailure(board.setFanPwmFreq(askInt("Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): ")));
-            break;
-
-        case 'X':
-        {
-            int which, enable;
-            ask("Set write protect (0 = pack, 1 = internal): ", "%d %d", which, enable);
-            reportFailure(which == 0 ? board.setDiskpackWriteProtect(enable != 0)
-                                     : board.setInternalDisksWriteProtect(enable != 0));
-            break;
-        }
-
-        case 'Y':
-        {
-            const int which = askInt("Get write protect (0 = pack, 1 = internal): ");
-            bool protectedNow = false;
-            if (which == 0 ? !board.getDiskpackWriteProtect(protectedNow)
-                           : !board.getInternalDisksWriteProtect(protectedNow))
-                puts("Failed");
-            else if (which == 0)
-                printf("Diskpack is %swrite protected\n", protectedNow ? "" : "not ");
-            else
-                printf("Internal disks are %swrite protected\n", protectedNow ? "" : "not ");
-            break;
-        }
-
-        case 'Z':
-            Menus::resetWithConfirmation(board);
-            break;
-
-        default:
-            return Menus::diskpackSlotMenu(board, key);
-    }
-    return true;
+    return runMenuKey(keys, board, key) || Menus::diskpackSlotMenu(board, key);
 }
+} // namespace
+
+const BoardMenu transferMenu { help, BoardSession::start<TransferBoard, AVRTransferEventListener, runKey> };

@@ -1,4 +1,5 @@
 #include "console/Menus.h"
+#include "console/ConsoleListeners.h"
 
 using namespace ConsoleInput;
 using Menus::reportFailure;
@@ -49,171 +50,117 @@ void eepromWriteReadTest(XferDualBoard& board)
     }
     puts(passed ? "Passed" : "Failed");
 }
-}
 
-bool xferDualMenu(XferDualBoard& board, int key)
+const char* const help =
+    "\nZ reset EEPROM, G get voltage rail, O get op hours,\nM get temps, T sys temp, F expander fan speed, H set "
+    "id leds,\nI get diskpack ID, U get guid, P diskpack temp, J disk fan speed\nL set diskpack leds, D "
+    "diskpack power,\nX set write protect, Y get write protect,\nE get SAS addr, A get disk addr, R reset "
+    "SAS,\nC clear phy errors, B get phy errors, N set phy min/max speed,\nV reset PHY, W diskpack EEPROM "
+    "write/read test,\nx exit\n";
+
+const MenuKey<XferDualBoard> keys[] = {
+    { 'A', [](XferDualBoard& board) {
+        int which, disk;
+        ask("Get disk SAS address (which, disk): ", "%d %d", which, disk);
+        juce::String addr;
+        if (board.sasGetDiskAddr(which, disk, addr))
+            printf("Diskpack %d disk %d address: %s\n", which, disk, addr.toRawUTF8());
+        else
+            puts("Failed");
+      } },
+    { 'B', [](XferDualBoard& board) { Menus::showPhyErrors(board, &XferDualBoard::sasGetPhyErrorCount); } },
+    { 'C', [](XferDualBoard& board) { puts(board.sasClearErrorCounts() ? "Error counts cleared" : "Failed"); } },
+    { 'D', [](XferDualBoard& board) {
+        int which, on;
+        ask("Diskpack power (which, on): ", "%d %d", which, on);
+        reportFailure(board.setDiskpackPower(which, on != 0));
+      } },
+    { 'E', [](XferDualBoard& board) { Menus::showExpanderAddress(board); } },
+    { 'F', [](XferDualBoard& board) {
+        char prompt[64];
+        snprintf(prompt, sizeof prompt, "Fan speed (1 for auto, min %d): ", XferDualBoard::minFanSpeed);
+        const int speed = askInt(prompt);
+        reportFailure(speed == 1 ? board.setFanAuto(true) : board.setFanSpeed(speed));
+      } },
+    { 'G', [](XferDualBoard& board) {
+        const int rail = askInt("Rail (0-4=1V0,1V8,3V3,5V,12V): ");
+        int value = 0;
+        if (board.getVoltageRail(rail, value))
+            printf("Voltage: %d mV\n", value);
+        else
+            puts("Failed");
+      } },
+    { 'H', [](XferDualBoard& board) { reportFailure(board.setLedId(askInt("Id: "))); } },
+    { 'I', [](XferDualBoard& board) {
+        Menus::printReadingOf(board, "Get diskpack ID (which): ", &XferDualBoard::getDiskpackId,
+                              "Diskpack %d ID: %x\n");
+      } },
+    { 'J', [](XferDualBoard& board) {
+        char prompt[80];
+        snprintf(prompt, sizeof prompt, "Disk fan speed (which, speed)(1 for auto, min %d): ",
+                 XferDualBoard::minFanSpeed);
+        int which, speed;
+        ask(prompt, "%d %d", which, speed);
+        reportFailure(speed == 1 ? board.setDiskFanSpeed(which, true, 0) : board.setDiskFanSpeed(which, false, speed));
+      } },
+    { 'L', [](XferDualBoard& board) {
+        int which, r, g, b, flash, activity;
+        ask("Set Diskpack LED (which,r,g,b,flash,activity): ", "%d %d %d %d %d %d", which, r, g, b, flash,
+            activity);
+        reportFailure(board.setDiskpackLed(which, r, g, b, flash != 0, activity != 0));
+      } },
+    { 'M', [](XferDualBoard& board) {
+        const int zone = askInt("Which zone (0-1 = diskpacks, 2 = system): ");
+        int min = 0, max = 0;
+        if (board.getMinMaxTemperatures(zone, min, max))
+            printf("%s temperature Min: %d Max: %d\n", Menus::xferDualZoneName(zone), min, max);
+        else
+            puts("Failed");
+      } },
+    { 'N', [](XferDualBoard& board) {
+        int phy, min, max;
+        ask("Phy, Min, Max (0=1.5,1=3,2=6): ", "%d %d %d", phy, min, max);
+        reportFailure(
+            board.sasSetPhyMinMaxSpeed(phy, Menus::xferDualPhySpeed(min), Menus::xferDualPhySpeed(max)));
+      } },
+    { 'O', [](XferDualBoard& board) { Menus::showOperatingHours(board); } },
+    { 'P', [](XferDualBoard& board) {
+        int which, enable;
+        ask("Diskpack temperature check (which, enable): ", "%d %d", which, enable);
+        reportFailure(board.enableDiskpackTemperatureEvents(which, enable != 0));
+      } },
+    { 'R', [](XferDualBoard& board) {
+        puts(board.sasReset(askInt("Enable UART: ") != 0) ? "SAS expander reset" : "Failed");
+      } },
+    { 'T', [](XferDualBoard& board) {
+        reportFailure(board.enableSysTemperatureEvents(askInt("System temperature check enable: ") != 0));
+      } },
+    { 'U', [](XferDualBoard& board) {
+        Menus::printReadingOf(board, "Get diskpack Guid (which): ", &XferDualBoard::getDiskpackGuid,
+                              "Diskpack %d Guid: %s\n");
+      } },
+    { 'V', [](XferDualBoard& board) { reportFailure(board.sasResetPhy(askInt("Phy: "))); } },
+    { 'W', [](XferDualBoard& board) { eepromWriteReadTest(board); } },
+    { 'X', [](XferDualBoard& board) {
+        int which, protect;
+        ask("Set write protect (which, enable): ", "%d %d", which, protect);
+        reportFailure(board.setDiskpackWriteProtect(which, protect != 0));
+      } },
+    { 'Y', [](XferDualBoard& board) {
+        const int which = askInt("Get write protect (which): ");
+        bool protectedNow = false;
+        if (board.getDiskpackWriteProtect(which, protectedNow))
+            printf("Diskpack %d is %swrite protected\n", which, protectedNow ? "" : "not ");
+        else
+            puts("Failed");
+      } },
+    { 'Z', [](XferDualBoard& board) { Menus::resetWithConfirmation(board); } },
+};
+
+bool runKey(XferDualBoard& board, int key)
 {
-    switch (key)
-    {
-        case 'A':
-        {
-            int which, disk;
-            ask("Get disk SAS address (which, disk): ", "%d %d", which, disk);
-            juce::String addr;
-            if (board.sasGetDiskAddr(which, disk, addr))
-                printf("Diskpack %d disk %d address: %s\n", which, disk, addr.toRawUTF8());
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'B':
-            Menus::showPhyErrors(board, &XferDualBoard::sasGetPhyErrorCount);
-            break;
-
-        case 'C':
-            puts(board.sasClearErrorCounts() ? "Error counts cleared" : "Failed");
-            break;
-
-        case 'D':
-        {
-            int which, on;
-            ask("Diskpack power (which, on): ", "%d %d", which, on);
-            reportFailure(board.setDiskpackPower(which, on != 0));
-            break;
-        }
-
-        case 'E':
-            Menus::showExpanderAddress(board);
-            break;
-
-        case 'F':
-        {
-            char prompt[64];
-            snprintf(prompt, sizeof prompt, "Fan speed (1 for auto, min %d): ", XferDualBoard::minFanSpeed);
-            const int speed = askInt(prompt);
-            reportFailure(speed == 1 ? board.setFanAuto(true) : board.setFanSpeed(speed));
-            break;
-        }
-
-        case 'G':
-        {
-            const int rail = askInt("Rail (0-4=1V0,1V8,3V3,5V,12V): ");
-            int value = 0;
-            if (board.getVoltageRail(rail, value))
-                printf("Voltage: %d mV\n", value);
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'H':
-            reportFailure(board.setLedId(askInt("Id: ")));
-            break;
-
-        case 'I':
-            Menus::printReadingOf(board, "Get diskpack ID (which): ", &XferDualBoard::getDiskpackId,
-                                  "Diskpack %d ID: %x\n");
-            break;
-
-        case 'J':
-        {
-            char prompt[80];
-            snprintf(prompt, sizeof prompt, "Disk fan speed (which, speed)(1 for auto, min %d): ",
-                     XferDualBoard::minFanSpeed);
-            int which, speed;
-            ask(prompt, "%d %d", which, speed);
-            reportFailure(speed == 1 ? board.setDiskFanSpeed(which, true, 0) : board.setDiskFanSpeed(which, false, speed));
-            break;
-        }
-
-        case 'L':
-        {
-            int which, r, g, b, flash, activity;
-            ask("Set Diskpack LED (which,r,g,b,flash,activity): ", "%d %d %d %d %d %d", which, r, g, b, flash,
-                activity);
-            reportFailure(board.setDiskpackLed(which, r, g, b, flash != 0, activity != 0));
-            break;
-        }
-
-        case 'M':
-        {
-            const int zone = askInt("Which zone (0-1 = diskpacks, 2 = system): ");
-            int min = 0, max = 0;
-            if (board.getMinMaxTemperatures(zone, min, max))
-                printf("%s temperature Min: %d Max: %d\n", Menus::xferDualZoneName(zone), min, max);
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'N':
-        {
-            int phy, min, max;
-            ask("Phy, Min, Max (0=1.5,1=3,2=6): ", "%d %d %d", phy, min, max);
-            reportFailure(
-                board.sasSetPhyMinMaxSpeed(phy, Menus::xferDualPhySpeed(min), Menus::xferDualPhySpeed(max)));
-            break;
-        }
-
-        case 'O':
-            Menus::showOperatingHours(board);
-            break;
-
-        case 'P':
-        {
-            int which, enable;
-            ask("Diskpack temperature check (which, enable): ", "%d %d", which, enable);
-            reportFailure(board.enableDiskpackTemperatureEvents(which, enable != 0));
-            break;
-        }
-
-        case 'R':
-            puts(board.sasReset(askInt("Enable UART: ") != 0) ? "SAS expander reset" : "Failed");
-            break;
-
-        case 'T':
-            reportFailure(board.enableSysTemperatureEvents(askInt("System temperature check enable: ") != 0));
-            break;
-
-        case 'U':
-            Menus::printReadingOf(board, "Get diskpack Guid (which): ", &XferDualBoard::getDiskpackGuid,
-                                  "Diskpack %d Guid: %s\n");
-            break;
-
-        case 'V':
-            reportFailure(board.sasResetPhy(askInt("Phy: ")));
-            break;
-
-        case 'W':
-            eepromWriteReadTest(board);
-            break;
-
-        case 'X':
-        {
-            int which, protect;
-            ask("Set write protect (which, enable): ", "%d %d", which, protect);
-            reportFailure(board.setDiskpackWriteProtect(which, protect != 0));
-            break;
-        }
-
-        case 'Y':
-        {
-            const int which = askInt("Get write protect (which): ");
-            bool protectedNow = false;
-            if (board.getDiskpackWriteProtect(which, protectedNow))
-                printf("Diskpack %d is %swrite protected\n", which, protectedNow ? "" : "not ");
-            else
-                puts("Failed");
-            break;
-        }
-
-        case 'Z':
-            Menus::resetWithConfirmation(board);
-            break;
-
-        default:
-            return false;
-    }
-    return true;
+    return runMenuKey(keys, board, key);
 }
+} // namespace
+
+const BoardMenu xferDualMenu { help, BoardSession::start<XferDualBoard, AVRXferDualEventListener, runKey> };

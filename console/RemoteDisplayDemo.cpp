@@ -10,8 +10,6 @@
 #include <cstring>
 #include <string>
 
-namespace RemoteDisplayDemo
-{
 namespace
 {
 enum : unsigned char
@@ -21,14 +19,6 @@ enum : unsigned char
     opText = 3
 };
 
-enum class Screen
-{
-    main,
-    textEntry,
-    options
-};
-
-constexpr int numMeters = 8;
 constexpr int meterTop = 17;    // the clip mark's row; bars grow up from meterBottom
 constexpr int meterBottom = 39;
 constexpr int meterPitch = 16;
@@ -39,46 +29,33 @@ constexpr int maxEntryLength = 20;
 const char* const optionNames[] = { "Contrast", "Ring", "Ambient" };
 constexpr int numOptions = 3;
 
-// Every drawing call to the board is made under this lock: the animation on
-// the console thread and the menu on the board's event thread share the
-// display. It is always taken before the board's own lock.
-juce::CriticalSection displayLock;
-std::atomic<bool> running { false };
-std::atomic<bool> subScreen { false };
-
-// Guarded by displayLock.
-RemoteBoard* board = nullptr;
-Screen screen = Screen::main;
-uint32_t previousKeys = 0;
-std::string entered;
-int chosenChar = 0;
-int chosenOption = 0;
-Meter meters[numMeters];
-Timecode timecode;
-int countdownA = countdownAStart;
-int countdownB = countdownBStart;
-int64_t lastTimecode = 0, lastMeters = 0, lastCountdown = 0;
-
-void send(const std::vector<unsigned char>& bytes)
-{
-    if (board != nullptr && !bytes.empty())
-        board->graphicsCommand((int) bytes.size(), bytes.data());
-}
-
 void softKeyBar(std::vector<unsigned char>& out, int y, int font, const char* left, const char* middle,
                 const char* right)
 {
     const int cell = font == 0 ? 6 : 4;
     const int rowHeight = font == 0 ? 8 : 6;
-    fill(out, 0, y, width, rowHeight, true);
-    text(out, 1, y, font, true, left);
+    RemoteDisplayDemo::fill(out, 0, y, RemoteDisplayDemo::width, rowHeight, true);
+    RemoteDisplayDemo::text(out, 1, y, font, true, left);
     if (middle != nullptr)
-        text(out, 52, y, font, true, middle);
+        RemoteDisplayDemo::text(out, 52, y, font, true, middle);
     if (right != nullptr)
-        text(out, width - 1 - cell * (int) strlen(right), y, font, true, right);
+        RemoteDisplayDemo::text(out, RemoteDisplayDemo::width - 1 - cell * (int) strlen(right), y, font, true, right);
 }
 
-void drawTimecode(std::vector<unsigned char>& out)
+int wrap(int value, int count)
+{
+    value %= count;
+    return value < 0 ? value + count : value;
+}
+} // namespace
+
+void RemoteDisplayDemo::send(const std::vector<unsigned char>& bytes)
+{
+    if (board != nullptr && !bytes.empty())
+        board->graphicsCommand((int) bytes.size(), bytes.data());
+}
+
+void RemoteDisplayDemo::drawTimecode(std::vector<unsigned char>& out)
 {
     char tc[16];
     snprintf(tc, sizeof tc, "%02d:%02d:%02d:%02d", timecode.hours, timecode.minutes, timecode.seconds,
@@ -86,14 +63,14 @@ void drawTimecode(std::vector<unsigned char>& out)
     text(out, 0, 8, 0, false, tc);
 }
 
-void drawCountdowns(std::vector<unsigned char>& out)
+void RemoteDisplayDemo::drawCountdowns(std::vector<unsigned char>& out)
 {
     fill(out, 72, 9, width - 72, 6, false);
     fill(out, 72, 9, countdownA * 2, 2, true);
     fill(out, 72, 13, countdownB * 2, 2, true);
 }
 
-void drawMeters(std::vector<unsigned char>& out)
+void RemoteDisplayDemo::drawMeters(std::vector<unsigned char>& out)
 {
     for (int i = 0; i < numMeters; ++i)
     {
@@ -108,7 +85,7 @@ void drawMeters(std::vector<unsigned char>& out)
     }
 }
 
-void drawMainScreen()
+void RemoteDisplayDemo::drawMainScreen()
 {
     std::vector<unsigned char> out;
     clear(out);
@@ -127,7 +104,7 @@ void drawMainScreen()
     send(out);
 }
 
-void drawEntryField()
+void RemoteDisplayDemo::drawEntryField()
 {
     std::vector<unsigned char> out;
     fill(out, 0, 20, width, 12, true);
@@ -139,7 +116,7 @@ void drawEntryField()
     send(out);
 }
 
-void drawTextEntryScreen()
+void RemoteDisplayDemo::drawTextEntryScreen()
 {
     std::vector<unsigned char> out;
     clear(out);
@@ -149,7 +126,7 @@ void drawTextEntryScreen()
     drawEntryField();
 }
 
-void drawOptionList(uint32_t rotor)
+void RemoteDisplayDemo::drawOptionList(uint32_t rotor)
 {
     std::vector<unsigned char> out;
     for (int i = 0; i < numOptions; ++i)
@@ -164,7 +141,7 @@ void drawOptionList(uint32_t rotor)
     send(out);
 }
 
-void drawOptionsScreen(uint32_t rotor)
+void RemoteDisplayDemo::drawOptionsScreen(uint32_t rotor)
 {
     std::vector<unsigned char> out;
     clear(out);
@@ -174,7 +151,7 @@ void drawOptionsScreen(uint32_t rotor)
     drawOptionList(rotor);
 }
 
-void openScreen(Screen next, uint32_t rotor)
+void RemoteDisplayDemo::openScreen(Screen next, uint32_t rotor)
 {
     screen = next;
     subScreen = next != Screen::main;
@@ -186,15 +163,8 @@ void openScreen(Screen next, uint32_t rotor)
         drawMainScreen();
 }
 
-int wrap(int value, int count)
-{
-    value %= count;
-    return value < 0 ? value + count : value;
-}
-}
-
 //==============================================================================
-void Meter::update(int randomValue)
+void RemoteDisplayDemo::Meter::update(int randomValue)
 {
     const int step = randomValue & 7;
     if (step & 1)
@@ -219,7 +189,7 @@ void Meter::update(int randomValue)
     }
 }
 
-void Timecode::advance()
+void RemoteDisplayDemo::Timecode::advance()
 {
     if (++frames < 24)
         return;
@@ -233,18 +203,18 @@ void Timecode::advance()
     hours = (hours + 1) % 24;
 }
 
-void clear(std::vector<unsigned char>& out)
+void RemoteDisplayDemo::clear(std::vector<unsigned char>& out)
 {
     out.push_back(opClear);
 }
 
-void fill(std::vector<unsigned char>& out, int x, int y, int w, int h, bool on)
+void RemoteDisplayDemo::fill(std::vector<unsigned char>& out, int x, int y, int w, int h, bool on)
 {
     out.insert(out.end(), { opFill, (unsigned char) x, (unsigned char) y, (unsigned char) std::max(0, w),
                             (unsigned char) std::max(0, h), (unsigned char) (on ? 1 : 0) });
 }
 
-void text(std::vector<unsigned char>& out, int x, int y, int font, bool inverted, const char* s)
+void RemoteDisplayDemo::text(std::vector<unsigned char>& out, int x, int y, int font, bool inverted, const char* s)
 {
     const size_t n = std::min<size_t>(strlen(s), 255);
     out.insert(out.end(), { opText, (unsigned char) x, (unsigned char) y, (unsigned char) font,
@@ -252,17 +222,7 @@ void text(std::vector<unsigned char>& out, int x, int y, int font, bool inverted
     out.insert(out.end(), s, s + n);
 }
 
-bool isRunning()
-{
-    return running;
-}
-
-bool subScreenOpen()
-{
-    return subScreen;
-}
-
-void begin(RemoteBoard& target)
+void RemoteDisplayDemo::begin(RemoteBoard& target)
 {
     const juce::ScopedLock sl(displayLock);
     board = &target;
@@ -282,7 +242,7 @@ void begin(RemoteBoard& target)
     running = true;
 }
 
-void end()
+void RemoteDisplayDemo::end()
 {
     const juce::ScopedLock sl(displayLock);
     running = false;
@@ -293,7 +253,7 @@ void end()
     board = nullptr;
 }
 
-void menuEvent(uint32_t keys, uint32_t rotor, int steps)
+void RemoteDisplayDemo::menuEvent(uint32_t keys, uint32_t rotor, int steps)
 {
     const juce::ScopedLock sl(displayLock);
     if (!running || board == nullptr)
@@ -339,7 +299,7 @@ void menuEvent(uint32_t keys, uint32_t rotor, int steps)
     }
 }
 
-void animate(int64_t now)
+void RemoteDisplayDemo::animate(int64_t now)
 {
     const juce::ScopedLock sl(displayLock);
     if (!running)
@@ -378,7 +338,7 @@ void animate(int64_t now)
     }
 }
 
-void run(RemoteBoard& target)
+void RemoteDisplayDemo::run(RemoteBoard& target)
 {
     begin(target);
 
@@ -393,5 +353,4 @@ void run(RemoteBoard& target)
         getch();
 
     end();
-}
 }

@@ -2,7 +2,9 @@
 
 #include "boards/RemoteBoard.h"
 
+#include <atomic>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 /** The remote's display demonstration (key G of the remote menu).
@@ -28,19 +30,23 @@
     set, key 2 appends the chosen character and key 8 (Backspace) removes the
     last one. In the options screen the encoder moves the highlight and the
     rotor position is shown as a bar. The animation pauses while a sub-screen
-    is open. */
-namespace RemoteDisplayDemo
+    is open.
+
+    One demonstration belongs to the remote's console session: the keystroke
+    loop runs it, the session's listener feeds it the board's events. */
+class RemoteDisplayDemo
 {
-    constexpr int width = 128;
-    constexpr int height = 64;
+public:
+    static constexpr int width = 128;
+    static constexpr int height = 64;
 
-    constexpr uint32_t keySelect = 2;
-    constexpr uint32_t keyBack = 4;
-    constexpr uint32_t keyBackspace = 8;
-    constexpr uint32_t keyTextEntry = 16;
-    constexpr uint32_t keyOptions = 32;
+    static constexpr uint32_t keySelect = 2;
+    static constexpr uint32_t keyBack = 4;
+    static constexpr uint32_t keyBackspace = 8;
+    static constexpr uint32_t keyTextEntry = 16;
+    static constexpr uint32_t keyOptions = 32;
 
-    constexpr const char* characterSet =
+    static constexpr const char* characterSet =
         "!\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}~ 0123456789abcdefghijklmnopqrstuvwxyz";
 
     /** One level meter: levels 0..23, driven by one random value per update. */
@@ -65,18 +71,18 @@ namespace RemoteDisplayDemo
     };
 
     /** Builders of the primitives above. */
-    void clear(std::vector<unsigned char>& out);
-    void fill(std::vector<unsigned char>& out, int x, int y, int w, int h, bool on);
-    void text(std::vector<unsigned char>& out, int x, int y, int font, bool inverted, const char* s);
+    static void clear(std::vector<unsigned char>& out);
+    static void fill(std::vector<unsigned char>& out, int x, int y, int w, int h, bool on);
+    static void text(std::vector<unsigned char>& out, int x, int y, int font, bool inverted, const char* s);
 
     /** Runs until a key is pressed (the key is consumed) or the stop flag
         is raised. */
     void run(RemoteBoard& board);
 
     /** True while run() is going: the remote's listener then feeds it. */
-    bool isRunning();
+    bool isRunning() const { return running; }
     /** True while a sub-screen is open. */
-    bool subScreenOpen();
+    bool subScreenOpen() const { return subScreen; }
 
     /** The menu's reaction to the remote's key state, rotor position and
         encoder steps. Called on the board's event thread. */
@@ -88,4 +94,45 @@ namespace RemoteDisplayDemo
     void begin(RemoteBoard& board);
     void animate(int64_t now);
     void end();
-}
+
+private:
+    enum class Screen
+    {
+        main,
+        textEntry,
+        options
+    };
+
+    static constexpr int numMeters = 8;
+
+    void send(const std::vector<unsigned char>& bytes);
+    void drawTimecode(std::vector<unsigned char>& out);
+    void drawCountdowns(std::vector<unsigned char>& out);
+    void drawMeters(std::vector<unsigned char>& out);
+    void drawMainScreen();
+    void drawEntryField();
+    void drawTextEntryScreen();
+    void drawOptionList(uint32_t rotor);
+    void drawOptionsScreen(uint32_t rotor);
+    void openScreen(Screen next, uint32_t rotor);
+
+    // Every drawing call to the board is made under this lock: the animation
+    // on the console thread and the menu on the board's event thread share
+    // the display. It is always taken before the board's own lock.
+    juce::CriticalSection displayLock;
+    std::atomic<bool> running { false };
+    std::atomic<bool> subScreen { false };
+
+    // Guarded by displayLock.
+    RemoteBoard* board = nullptr;
+    Screen screen = Screen::main;
+    uint32_t previousKeys = 0;
+    std::string entered;
+    int chosenChar = 0;
+    int chosenOption = 0;
+    Meter meters[numMeters];
+    Timecode timecode;
+    int countdownA = 0;
+    int countdownB = 0;
+    int64_t lastTimecode = 0, lastMeters = 0, lastCountdown = 0;
+};

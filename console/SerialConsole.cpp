@@ -1,7 +1,6 @@
 #include "console/SerialConsole.h"
 
 #include "console/ConsoleInput.h"
-#include "console/ConsoleListeners.h"
 #include "console/Menus.h"
 #include "link/ConsoleTerminal.h"
 
@@ -46,57 +45,24 @@ ConsoleArguments parseArguments(int argc, const char* const* argv)
 //==============================================================================
 namespace
 {
-/** A board kind whose listener hears every event the board reports. */
-template <class Board, class Listener, bool (*menu)(Board&, int)>
-constexpr BoardKind serialKind(char letter, const char* name, int idsSearchedInCheckMode, const char* help)
+// The console's list of serial boards: the menu files hold the keys, the help
+// and the listener of each.
+template <class Board>
+HardwareBoard* makeBoard()
 {
-    return { letter,
-             name,
-             idsSearchedInCheckMode,
-             Listener::allEvents,
-             help,
-             [] { return static_cast<HardwareBoard*>(new Board()); },
-             [](uint32_t mask) { return static_cast<HardwareBoardEventListener*>(new Listener(mask)); },
-             [](HardwareBoard& board, int key) { return menu(static_cast<Board&>(board), key); } };
+    return new Board();
 }
 
 const BoardKind boardKinds[] = {
-    serialKind<ChassisBoard, AVRChassisEventListener, chassisMenu>(
-        'c', "chassis", 1,
-        "\nV volume, R brightness, I inverter,\nE leds, L lock, P power, F fan speed,\nT reset shuttle, C colour, A "
-        "ambient mode,\nS enable screen saver, H check bay connected,\nx exit\n"),
-    serialKind<DiskpackBoard, AVRDiskpackEventListener, diskpackMenu>(
-        'd', "diskpack", 4,
-        "\nL led, A disk activity, X set wp, Y get wp,\nD set display text, S scsi id, V get voltage,\nT enable temp, "
-        "R read text, W write text,\nQ num text pages, O get op hours, M get temps,\nU get guid, C prepare "
-        "closedown,\nI get scsi type, B set display brightness,\nE get SAS addr, Z reset EEPROM,\nG backplane voltage "
-        "rail, x exit\n"),
-    serialKind<RemoteBoard, AVRRemoteEventListener, remoteMenu>(
-        'r', "remote", 1,
-        "\nC set contrast, E get contrast, R ring colour\nF set ring brightness, I get ring brightness\nA ambient Q "
-        "qtouch events,\nM boot message x exit\n"),
-    serialKind<DesktopBoard, AVRDesktopEventListener, desktopMenu>(
-        't', "desktop transfer station", 1,
-        "\nZ reset EEPROM, I get diskpack ID, O get op hours,\nV get voltage, M get temps, P diskpack temp, U get "
-        "guid,\nL set leds, E get SAS addr, A get disk addr, R reset SAS\nD diskpack power, X set write protect, Y "
-        "get write protect,\nH set id leds, W program SAS EEPROM, F reset PHY\nC clear phy errors, B get phy "
-        "errors, N set phy min/max speed,\nx exit\n"),
-    serialKind<XferDualBoard, AVRXferDualEventListener, xferDualMenu>(
-        'u', "xfer drive dual", 1,
-        "\nZ reset EEPROM, G get voltage rail, O get op hours,\nM get temps, T sys temp, F expander fan speed, H set "
-        "id leds,\nI get diskpack ID, U get guid, P diskpack temp, J disk fan speed\nL set diskpack leds, D "
-        "diskpack power,\nX set write protect, Y get write protect,\nE get SAS addr, A get disk addr, R reset "
-        "SAS,\nC clear phy errors, B get phy errors, N set phy min/max speed,\nV reset PHY, W diskpack EEPROM "
-        "write/read test,\nx exit\n"),
-    serialKind<TransferBoard, AVRTransferEventListener, transferMenu>(
-        'x', "transfer station", 2,
-        "\nZ reset EEPROM, I get diskpack ID, O get op hours,\nV get voltage, B get capacity, C get current,\nF set "
-        "fan speed, W set fan pwm, M get temps\nP diskpack temp, U get guid, L set leds,\nD diskpack power, X set "
-        "write protect, Y get write protect,\nH internal disk power, T tape drive power,\nN get optional devices "
-        "fitted, R set optional devices fitted,\nE get SAS addr, S set manual SAS addr,\nx exit\n"),
+    { 'c', "chassis", 1, makeBoard<ChassisBoard>, chassisMenu },
+    { 'd', "diskpack", 4, makeBoard<DiskpackBoard>, diskpackMenu },
+    { 'r', "remote", 1, makeBoard<RemoteBoard>, remoteMenu },
+    { 't', "desktop transfer station", 1, makeBoard<DesktopBoard>, desktopMenu },
+    { 'u', "xfer drive dual", 1, makeBoard<XferDualBoard>, xferDualMenu },
+    { 'x', "transfer station", 2, makeBoard<TransferBoard>, transferMenu },
 };
 
-void keystrokeLoop(const BoardKind& kind, HardwareBoard& board)
+void keystrokeLoop(const BoardKind& kind, BoardSession& session)
 {
     while (stopFlag == 0)
     {
@@ -116,12 +82,12 @@ void keystrokeLoop(const BoardKind& kind, HardwareBoard& board)
         }
 
         if (key == '?')
-            puts(kind.help);
+            puts(kind.menu.help);
         else if (key == 'x')
             stopFlag = 1;
         else if (key == '\n' || key == '\r')
             ;
-        else if (!kind.handleKey(board, key))
+        else if (!session.handleKey(key))
             printf("Unknown command '%c'\n", key);
         fflush(stdout);
     }
@@ -195,28 +161,20 @@ int runSerialConsole(const BoardKind& kind, int id, bool check)
     puts("Type ? for help\n");
     fflush(stdout);
 
-    HardwareBoardEventListener* listener = kind.makeListener != nullptr ? kind.makeListener(kind.listenerMask) : nullptr;
-    if (listener == nullptr)
+    const auto session = kind.menu.startSession(board);
+    board.registerListener(&session->getListener());
+    if (!board.syncState())
     {
-        puts("Listener is NULL.");
+        puts("syncState command failed");
     }
     else
     {
-        board.registerListener(listener);
-        if (!board.syncState())
-        {
-            puts("syncState command failed");
-        }
-        else
-        {
-            setControlCHandler(onControlC);
-            keystrokeLoop(kind, board);
-        }
+        setControlCHandler(onControlC);
+        keystrokeLoop(kind, *session);
     }
 
-    board.deregisterListener(listener);
+    board.deregisterListener(&session->getListener());
     board.closeBoard(false);
-    delete listener;
     owned.clear();
     fflush(stdout);
     return 0;

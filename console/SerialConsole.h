@@ -1,5 +1,6 @@
 #pragma once
 
+#include "console/MenuKeys.h"
 #include "link/HardwareBoard.h"
 
 #include <cstdint>
@@ -34,12 +35,8 @@ struct BoardKind
     char letter;
     const char* name;         // as the failure message names it
     int idsSearchedInCheckMode;
-    uint32_t listenerMask;    // every event kind the board reports
-    const char* help;         // printed by `?`
     HardwareBoard* (*makeBoard)();
-    HardwareBoardEventListener* (*makeListener)(uint32_t mask);
-    /** Runs one key of the kind's table; false if the key is not in it. */
-    bool (*handleKey)(HardwareBoard& board, int key);
+    const BoardMenu& menu;
 };
 
 /** The kind for a board letter, or nullptr. */

@@ -267,70 +267,79 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
 //==============================================================================
 void ControlBoard::run()
 {
-    int idleCount = 0;
-    int consecutiveErrors = 0;
-    juce::StringArray parked;
-    juce::String line;
-
+    EventPoll poll;
     while (!threadShouldExit())
     {
-        int status = 0;
-        {
-            const juce::ScopedLock sl(lock);
-            if (!pendingEvents.isEmpty())
-            {
-                parked.swapWith(pendingEvents);
-                status = 1;
-            }
-            else if (port.isOpen() && port.ready(0) == 1)
-            {
-                status = port.readString(line, ComPort::maxLineLength, eventReadTimeoutMs);
-                consecutiveErrors = status < 0 ? consecutiveErrors + 1 : 0;
-            }
-            else
-            {
-                consecutiveErrors = 0;
-            }
-        }
-
+        const int status = pollForEvents(poll);
         if (status > 0)
-        {
-            if (!parked.isEmpty())
-            {
-                for (auto& event : parked)
-                    eventReceived(event);
-                parked.clear();
-            }
-            else
-            {
-                eventReceived(line);
-            }
-        }
-        else if (wait(idlePauseMs) && threadShouldExit())
-        {
+            deliverEvents(poll);
+        else if (pauseUntilNextPoll())
             break;
-        }
 
-        if (!isUsb() || status > 0)
-            continue;
-
-        if (status == 0 && idleCount < idleChecksBeforeUnplugCheck)
-        {
-            ++idleCount;
-            continue;
-        }
-
-        idleCount = 0;
-        bool gone = port.removed();
-        if (gone)
-        {
-            juce::Thread::sleep(20);
-            gone = port.removed();
-        }
-        if (gone || consecutiveErrors > readErrorsBeforeClose)
+        // Only a USB adaptor can vanish; while lines come the board is there.
+        if (isUsb() && status <= 0 && boardIsGone(status, poll))
         {
             closeBoard(true);
             return;
         }
     }
+}
+
+int ControlBoard::pollForEvents(EventPoll& poll)
+{
+    const juce::ScopedLock sl(lock);
+    // Lines an exchange read while waiting for its reply come first: they
+    // arrived before anything still in the port.
+    if (!pendingEvents.isEmpty())
+    {
+        poll.parked.swapWith(pendingEvents);
+        return 1;
+    }
+    if (port.isOpen() && port.ready(0) == 1)
+    {
+        const int status = port.readString(poll.line, ComPort::maxLineLength, eventReadTimeoutMs);
+        poll.consecutiveErrors = status < 0 ? poll.consecutiveErrors + 1 : 0;
+        return status;
+    }
+    poll.consecutiveErrors = 0;
+    return 0;
+}
+
+void ControlBoard::deliverEvents(EventPoll& poll)
+{
+    // Listeners run without the board lock, so they may send commands.
+    if (poll.parked.isEmpty())
+    {
+        eventReceived(poll.line);
+        return;
+    }
+    for (auto& event : poll.parked)
+        eventReceived(event);
+    poll.parked.clear();
+}
+
+bool ControlBoard::pauseUntilNextPoll()
+{
+    return wait(idlePauseMs) && threadShouldExit();
+}
+
+bool ControlBoard::boardIsGone(int status, EventPoll& poll)
+{
+    // Looking for the device node costs a directory scan: a quiet port is
+    // checked only every few idle turns, a failing read at once.
+    if (status == 0 && poll.idleCount < idleChecksBeforeUnplugCheck)
+    {
+        ++poll.idleCount;
+        return false;
+    }
+    poll.idleCount = 0;
+
+    bool gone = port.removed();
+    if (gone)
+    {
+        // A node can disappear for a moment while the adaptor re-enumerates.
+        juce::Thread::sleep(20);
+        gone = port.removed();
+    }
+    return gone || poll.consecutiveErrors > readErrorsBeforeClose;
 }

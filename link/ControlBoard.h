@@ -25,7 +25,8 @@ public:
     void closeBoard(bool fromOwnThread) override;
     bool sendCommandInternal(const juce::String& command, juce::String& reply, bool expectResponse) override;
 
-    // --- further slots, in this order ---
+    // --- further slots ---
+    // Called by position, like the base's: new ones go after the last.
     virtual bool isUsb() const { return true; }
     virtual int firstSearchPort() const { return 0; }
     virtual int numSearchPorts() const { return 9; }
@@ -57,6 +58,24 @@ protected:
     static bool openPorts[maxPorts];
 
 private:
+    /** What the event thread carries from one turn to the next. */
+    struct EventPoll
+    {
+        juce::StringArray parked;   // lines an exchange set aside, taken whole
+        juce::String line;          // the line just read from the port
+        int idleCount = 0;          // quiet turns since the last unplug check
+        int consecutiveErrors = 0;  // failed reads in a row
+    };
+
+    /** One look under the board lock: >0 when there are lines to deliver,
+        0 when the port was quiet, <0 when a read failed. */
+    int pollForEvents(EventPoll& poll);
+    void deliverEvents(EventPoll& poll);
+    /** Waits between quiet turns; true when the thread was told to stop. */
+    bool pauseUntilNextPoll();
+    /** The unplug watch, after a turn with nothing delivered. */
+    bool boardIsGone(int status, EventPoll& poll);
+
     void closeOpenBoard(bool fromOwnThread);
 
     // Serialises closing between the console and the board's own thread.

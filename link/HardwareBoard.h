@@ -33,7 +33,9 @@ public:
     HardwareBoard();
     ~HardwareBoard() override;
 
-    // --- virtual slots, in this order ---
+    // --- virtual slots ---
+    // Board classes built against this interface call them by position, so
+    // their order is part of it: add new ones after the last.
     void run() override = 0;
     virtual bool findAndOpen(int boardId) = 0;
     virtual bool syncState() = 0;

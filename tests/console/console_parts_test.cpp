@@ -311,78 +311,80 @@ bool drew(const std::vector<std::string>& texts, const std::string& text)
 
 TEST(ConsoleDisplayDemo, KeysOpenAndCloseTheSubScreens)
 {
-    using namespace RemoteDisplayDemo;
+    using Demo = RemoteDisplayDemo;
+    RemoteDisplayDemo demo;
     Scripted<RemoteBoard> board;
-    begin(board);
+    demo.begin(board);
     auto texts = drawnTexts(board);
-    for (const char* word : { "Back", "Play", "Storage", "Setup", "Options", characterSet })
+    for (const char* word : { "Back", "Play", "Storage", "Setup", "Options", Demo::characterSet })
         EXPECT_TRUE(drew(texts, word)) << word;
-    EXPECT_TRUE(isRunning());
+    EXPECT_TRUE(demo.isRunning());
 
-    menuEvent(keyTextEntry, 0, 0);
-    EXPECT_TRUE(subScreenOpen());
+    demo.menuEvent(Demo::keyTextEntry, 0, 0);
+    EXPECT_TRUE(demo.subScreenOpen());
     texts = drawnTexts(board);
     EXPECT_TRUE(drew(texts, "Text entry"));
     EXPECT_TRUE(drew(texts, "Backspace"));
 
     // The held key comes again with a rotor event: not a second press.
-    menuEvent(keyTextEntry, 9, 0);
-    menuEvent(0, 9, 3);
-    menuEvent(keySelect, 9, 0);
-    menuEvent(0, 9, -1);
-    menuEvent(keySelect, 9, 0);
+    demo.menuEvent(Demo::keyTextEntry, 9, 0);
+    demo.menuEvent(0, 9, 3);
+    demo.menuEvent(Demo::keySelect, 9, 0);
+    demo.menuEvent(0, 9, -1);
+    demo.menuEvent(Demo::keySelect, 9, 0);
     texts = drawnTexts(board);
     EXPECT_TRUE(drew(texts, "$#")) << "characters 3 and 2 of the set";
-    menuEvent(keyBackspace, 9, 0);
+    demo.menuEvent(Demo::keyBackspace, 9, 0);
     EXPECT_TRUE(drew(drawnTexts(board), "$"));
 
-    menuEvent(keyBack, 9, 0);
-    EXPECT_FALSE(subScreenOpen());
+    demo.menuEvent(Demo::keyBack, 9, 0);
+    EXPECT_FALSE(demo.subScreenOpen());
     EXPECT_TRUE(drew(drawnTexts(board), "Storage"));
 
-    menuEvent(keyOptions, 9, 0);
-    EXPECT_TRUE(subScreenOpen());
+    demo.menuEvent(Demo::keyOptions, 9, 0);
+    EXPECT_TRUE(demo.subScreenOpen());
     texts = drawnTexts(board);
     EXPECT_TRUE(drew(texts, "Contrast"));
     EXPECT_FALSE(drew(texts, "Text entry"));
-    menuEvent(keyBack, 9, 0);
-    EXPECT_FALSE(subScreenOpen());
+    demo.menuEvent(Demo::keyBack, 9, 0);
+    EXPECT_FALSE(demo.subScreenOpen());
 
-    end();
-    EXPECT_FALSE(isRunning());
+    demo.end();
+    EXPECT_FALSE(demo.isRunning());
     board.clearSent();
-    menuEvent(keyOptions, 0, 0);
+    demo.menuEvent(Demo::keyOptions, 0, 0);
     EXPECT_TRUE(board.sent.isEmpty()) << "no drawing once the demonstration is over";
 }
 
 TEST(ConsoleDisplayDemo, AnimationKeepsItsOwnClockAndPausesUnderASubScreen)
 {
-    using namespace RemoteDisplayDemo;
+    using Demo = RemoteDisplayDemo;
+    RemoteDisplayDemo demo;
     Scripted<RemoteBoard> board;
-    begin(board);
+    demo.begin(board);
     board.clearSent();
 
-    animate(3);
+    demo.animate(3);
     EXPECT_TRUE(board.sent.isEmpty());
-    animate(4);
+    demo.animate(4);
     EXPECT_EQ(drawnTexts(board), (std::vector<std::string> { "00:00:00:01" }));
-    animate(8);
+    demo.animate(8);
     EXPECT_EQ(board.sent.size(), 2) << "timecode and meters";
     EXPECT_EQ(drawnTexts(board), (std::vector<std::string> { "00:00:00:02" }));
-    animate(50);
+    demo.animate(50);
     EXPECT_EQ(board.sent.size(), 3) << "timecode, meters and the count-downs";
     board.clearSent();
 
-    menuEvent(keyOptions, 0, 0);
+    demo.menuEvent(Demo::keyOptions, 0, 0);
     board.clearSent();
-    animate(200);
+    demo.animate(200);
     EXPECT_TRUE(board.sent.isEmpty());
-    menuEvent(0, 0, 0);
-    menuEvent(keyBack, 0, 0);
+    demo.menuEvent(0, 0, 0);
+    demo.menuEvent(Demo::keyBack, 0, 0);
     board.clearSent();
-    animate(203);
+    demo.animate(203);
     EXPECT_TRUE(board.sent.isEmpty()) << "no catching up on the time spent paused";
-    animate(204);
+    demo.animate(204);
     EXPECT_EQ(drawnTexts(board), (std::vector<std::string> { "00:00:00:04" }));
-    end();
+    demo.end();
 }

@@ -37,12 +37,13 @@ TEST(ConsoleThreads, RemoteEventsDriveTheDemonstrationWhileItAnimates)
 
     RemoteBoard board;
     ASSERT_TRUE(board.findAndOpen(0));
-    AVRRemoteEventListener listener(RemoteBoardEventListener::allEvents);
+    RemoteDisplayDemo demo;
+    AVRRemoteEventListener listener(RemoteBoardEventListener::allEvents, demo);
     KeyCounter counter;
     board.registerListener(&listener);
     board.registerListener(&counter);
 
-    RemoteDisplayDemo::begin(board);
+    demo.begin(board);
     const std::vector<std::string> round { "k0010", "e02", "r40", "k0000", "k0004", "k0000",
                                            "k0020", "e01", "k0000", "k0004", "k0000" };
     constexpr int rounds = 10;
@@ -53,13 +54,13 @@ TEST(ConsoleThreads, RemoteEventsDriveTheDemonstrationWhileItAnimates)
     const int keysPerRound = 8;
     int64_t now = 0;
     const bool delivered = waitUntil([&] {
-        RemoteDisplayDemo::animate(now += 4);
+        demo.animate(now += 4);
         return counter.keys.load() >= rounds * keysPerRound;
     });
     EXPECT_TRUE(delivered);
     // Every round ends back on the main screen.
-    EXPECT_TRUE(waitUntil([] { return !RemoteDisplayDemo::subScreenOpen(); }));
-    RemoteDisplayDemo::end();
+    EXPECT_TRUE(waitUntil([&] { return !demo.subScreenOpen(); }));
+    demo.end();
     EXPECT_GT(drawings.load(), rounds * 4);
 
     board.closeBoard(false);
