@@ -161,9 +161,9 @@ TEST(Bootloader, FaultsAreUsedUpOneRequestAtATime)
 {
     Emulated board('c', true);
     std::string error;
-    ASSERT_TRUE(applyFaultSpec(board.faults, "refuse-writes=2", error)) << error;
-    ASSERT_TRUE(applyFaultSpec(board.faults, "corrupt-read", error)) << error;
-    ASSERT_TRUE(applyFaultSpec(board.faults, "stall-read=1", error)) << error;
+    ASSERT_TRUE(applyFaultSetting(board.faults, "refuse-writes=2", error)) << error;
+    ASSERT_TRUE(applyFaultSetting(board.faults, "corrupt-read", error)) << error;
+    ASSERT_TRUE(applyFaultSetting(board.faults, "stall-read=1", error)) << error;
     EXPECT_TRUE(board.faults.any());
 
     const auto page = pageBytes(9);
@@ -183,18 +183,18 @@ TEST(Bootloader, FaultsAreUsedUpOneRequestAtATime)
     EXPECT_FALSE(board.faults.any());
 }
 
-TEST(Bootloader, FaultSpecsAndTheStartOption)
+TEST(Bootloader, FaultSettingsAndTheStartOption)
 {
     Faults f;
     std::string error;
-    EXPECT_TRUE(applyFaultSpec(f, "stall-read=3", error));
+    EXPECT_TRUE(applyFaultSetting(f, "stall-read=3", error));
     EXPECT_EQ(3u, f.stallReads);
-    EXPECT_TRUE(applyFaultSpec(f, "corrupt-read", error));
+    EXPECT_TRUE(applyFaultSetting(f, "corrupt-read", error));
     EXPECT_EQ(1u, f.corruptReads);
     for (auto bad : { "refuse-writes", "refuse-writes=0", "stall-read=0", "corrupt-read=x" })
     {
         Faults before = f;
-        EXPECT_FALSE(applyFaultSpec(f, bad, error)) << bad;
+        EXPECT_FALSE(applyFaultSetting(f, bad, error)) << bad;
         EXPECT_EQ(before.stallReads, f.stallReads);
     }
 

@@ -269,15 +269,15 @@ TEST(BoardsimFaults, BadSettingsAreRefusedAndLeaveFaultsAlone)
 {
     Faults f;
     std::string error;
-    ASSERT_TRUE(applyFaultSpec(f, "nack-every=3", error)) << error;
+    ASSERT_TRUE(applyFaultSetting(f, "nack-every=3", error)) << error;
     for (const char* bad : {"nack-every=0", "nack-every=", "nack-every", "drop-every=x", "baud=0", "delay-ms=-1",
                             "highbit-before=41", "highbit-before=A5A5", "junk-before", "bogus", "clear=1"}) {
         error.clear();
-        EXPECT_FALSE(applyFaultSpec(f, bad, error)) << bad;
+        EXPECT_FALSE(applyFaultSetting(f, bad, error)) << bad;
         EXPECT_FALSE(error.empty()) << bad;
     }
     EXPECT_EQ(f.nackEvery, 3u) << "a rejected setting changed the faults";
-    ASSERT_TRUE(applyFaultSpec(f, "clear", error));
+    ASSERT_TRUE(applyFaultSetting(f, "clear", error));
     EXPECT_FALSE(f.any());
 }
 

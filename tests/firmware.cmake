@@ -1,8 +1,6 @@
-# Firmware updaters, the flashing tool and the emulated bootloader.
+# Firmware updaters and the flashing tool.
 avrtest_add_test(firmware_test SOURCES firmware_test.cpp LIBS avrtest_testsupport)
 avrtest_add_test(avrflash_test SOURCES avrflash_test.cpp LIBS avrflash_core)
 # Against boardsim's bootloader, and the avrflash program end to end.
 avrtest_add_test(firmware_sim_test THREADED SOURCES firmware_sim_test.cpp LIBS avrflash_core avrtest_testsupport)
 add_dependencies(firmware_sim_test avrflash)
-# The emulated bootloader on its own.
-avrtest_add_test(boardsim_bootloader_test SOURCES boardsim_bootloader_test.cpp LIBS boardsim_core avrtest_testsupport)

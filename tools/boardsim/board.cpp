@@ -52,7 +52,7 @@ bool Board::start(std::string& error)
         return false;
     }
     for (const auto& setting : config_.faults)
-        if (!applyFaultSpec(faults_, setting, error))
+        if (!applyFaultSetting(faults_, setting, error))
             return false;
     wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wakeFd_ < 0) {
@@ -478,7 +478,7 @@ std::string Board::setFault(const std::string& setting)
 {
     return call([this, setting] {
         std::string error;
-        applyFaultSpec(faults_, setting, error);
+        applyFaultSetting(faults_, setting, error);
         return error;
     });
 }

@@ -27,7 +27,7 @@ static bool parseUnsigned(const std::string& text, unsigned long max, unsigned& 
     return true;
 }
 
-bool applyFaultSpec(Faults& faults, const std::string& setting, std::string& error)
+bool applyFaultSetting(Faults& faults, const std::string& setting, std::string& error)
 {
     const auto eq = setting.find('=');
     const std::string key = setting.substr(0, eq);
@@ -98,7 +98,7 @@ bool applyFaultSpec(Faults& faults, const std::string& setting, std::string& err
     return true;
 }
 
-const char* faultSpecHelp()
+const char* faultSettingHelp()
 {
     return "                  nack-every=N        answer every Nth command with \"N\" (not carried out)\n"
            "                  drop-every=N        answer every Nth command with nothing (not carried out)\n"

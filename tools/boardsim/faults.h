@@ -25,9 +25,9 @@ struct Faults {
 
 // Applies one FAULT ("nack-every=3", "highbit-before", "clear", ...) to
 // `faults`. On error `faults` is unchanged and `error` says why.
-bool applyFaultSpec(Faults& faults, const std::string& setting, std::string& error);
+bool applyFaultSetting(Faults& faults, const std::string& setting, std::string& error);
 
 // One line per FAULT form, for --help.
-const char* faultSpecHelp();
+const char* faultSettingHelp();
 
 } // namespace boardsim

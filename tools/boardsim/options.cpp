@@ -116,7 +116,7 @@ bool parseOptions(const std::vector<std::string>& args, Options& options, std::s
             if (!b || !value(v))
                 return false;
             Faults scratch;
-            if (!applyFaultSpec(scratch, v, error))
+            if (!applyFaultSetting(scratch, v, error))
                 return false;
             b->faults.push_back(v);
         } else {
@@ -189,7 +189,7 @@ std::string usageText()
            "  --bootloader    start waiting in the bootloader, as a board whose update broke\n"
            "                  off does\n"
            "  --fault FAULT   misbehave as FAULT says; may be repeated:\n" +
-           faultSpecHelp() +
+           faultSettingHelp() +
            "\n"
            "Boards answer \"?\" with the identity and version, \"@\" with R<id>, \"!\" with OK,\n"
            "and anything else with N. They end lines with \\r\\n and keep at most 1080\n"
