@@ -194,7 +194,6 @@ void XferDockTester::printEepromResult(int address, int count)
 
 void XferDockTester::report(AutotestRun& run, const juce::String& name, Outcome outcome, const juce::String& detail)
 {
-    run.beginStep(name);
     if (outcome == Outcome::error)
     {
         puts(("ERROR: " + name + ": Test failed to execute correctly.\n").toRawUTF8());
@@ -322,6 +321,7 @@ void XferDockTester::runAutotest()
             run.endStep(Outcome::skipped);
             continue;
         }
+        run.beginStep(step.name);
         step.run(*this, run, step.name);
         fflush(stdout);
     }
