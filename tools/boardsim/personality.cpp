@@ -73,18 +73,26 @@ namespace {
 struct BoardType {
     char letter;
     const char* identity;
+    std::unique_ptr<Personality> (*make)(const BoardInfo& info);
 };
 
-// Board types get their own Personality subclasses as they are emulated; until
-// then they answer with the core command set only.
+// The emulated boards: a new one is one row here and its personality file.
 const BoardType kBoardTypes[] = {
-    {'c', "Chassis board"},
-    {'d', "Diskpack board"},
-    {'r', "Remote Control AVR board"},
-    {'t', "Desktop Transfer Station board"},
-    {'u', "Xfer Drive Dual SAS board"},
-    {'x', "Transfer Station board"},
+    {'c', "Chassis board", makeChassisPersonality},
+    {'d', "Diskpack board", makeDiskpackPersonality},
+    {'r', "Remote Control AVR board", makeRemotePersonality},
+    {'t', "Desktop Transfer Station board", makeDesktopPersonality},
+    {'u', "Xfer Drive Dual SAS board", makeXferDualPersonality},
+    {'x', "Transfer Station board", makeTransferPersonality},
 };
+
+const BoardType* findBoardType(char letter)
+{
+    for (const auto& t : kBoardTypes)
+        if (t.letter == letter)
+            return &t;
+    return nullptr;
+}
 
 } // namespace
 
@@ -101,28 +109,18 @@ const std::vector<char>& knownBoardLetters()
 
 std::string identityForLetter(char letter)
 {
-    for (const auto& t : kBoardTypes)
-        if (t.letter == letter)
-            return t.identity;
-    return {};
+    const BoardType* type = findBoardType(letter);
+    return type != nullptr ? type->identity : std::string();
 }
 
 std::unique_ptr<Personality> makePersonality(const BoardInfo& info)
 {
-    if (identityForLetter(info.letter).empty())
+    const BoardType* type = findBoardType(info.letter);
+    if (type == nullptr)
         return nullptr;
     if (info.inBootloader)
         return makeBootloaderPersonality(info);
-    switch (info.letter) {
-    case 'c': return makeChassisPersonality(info);
-    case 'd': return makeDiskpackPersonality(info);
-    case 'r': return makeRemotePersonality(info);
-    case 'x': return makeTransferPersonality(info);
-    case 't': return makeDesktopPersonality(info);
-    case 'u': return makeXferDualPersonality(info);
-    default:
-        return std::make_unique<Personality>(info);
-    }
+    return type->make(info);
 }
 
 } // namespace boardsim
