@@ -1,0 +1,48 @@
+#include "docks/thunderbolt/TbtCd2Board.h"
+
+namespace
+{
+using L = TbtCd2BoardEventListener;
+
+const EventRow<L> events[] = {
+    { 'd', L::debugEventBit, EventDecoding::text, [](L& l, const EventValue& v) { l.debugText(v.text); } },
+    { 't', L::dockTemperatureEventBit, EventDecoding::signedNumber,
+      [](L& l, const EventValue& v) { l.dockTemperature(v.number); } },
+    { 'p', L::diskpackTemperatureEventBit, EventDecoding::signedNumber,
+      [](L& l, const EventValue& v) { l.diskpackTemperature(v.number); } },
+    { 'i', L::diskpackEventBit, EventDecoding::number,
+      [](L& l, const EventValue& v) { l.diskpackChanged((v.raw & 1) != 0, (v.raw & 2) != 0); } },
+    { 'b', L::ejectButtonEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.ejectButton(v.raw != 0); } },
+    { 'j', L::fanSpeedEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.fanSpeed(v.number); } },
+};
+} // namespace
+
+TbtCd2Board::TbtCd2Board(std::shared_ptr<DockPlatform> platform) : TbtDockBoard(std::move(platform)) {}
+
+TbtCd2Board::~TbtCd2Board()
+{
+    // Stop the poll thread while eventReceived still belongs to this class.
+    closeBoard(false);
+}
+
+bool TbtCd2Board::setDiskpackLed(int red, int green, int blue, bool flash)
+{
+    return sendDiskpackLed(red, green, blue, flash, false);
+}
+
+bool TbtCd2Board::setFanSpeed(int speed)
+{
+    return sendCommand('F', speed, 2);
+}
+
+bool TbtCd2Board::resetPort(int port)
+{
+    // The port travels as one character after '0', not as a hex digit.
+    const char text[] = { 'R', (char) ('0' + port), 0 };
+    return sendCommand('*', text);
+}
+
+void TbtCd2Board::eventReceived(const juce::String& text)
+{
+    dispatchEvent(text, "TbtCd2BoardEventListener", events);
+}
