@@ -1,0 +1,76 @@
+#include "docksim/dock.h"
+
+namespace docksim {
+
+Dock::Dock(int index, DockConfig config) : index_(index), config_(std::move(config))
+{
+    std::string error;
+    for (const std::string& f : config_.faults)
+        faults_.apply(f, usb(), error); // checked when the options were read
+}
+
+void Dock::plug(Registry& registry)
+{
+    if (!plugged())
+        topEntries_ = publish(registry);
+}
+
+void Dock::unplug(Registry& registry)
+{
+    for (int id : topEntries_)
+        registry.remove(id);
+    topEntries_.clear();
+}
+
+std::string Dock::diskSerial(int disk) const
+{
+    return "SIMDISK" + std::to_string(index_) + std::to_string(disk) + "Z" + std::to_string(config_.id);
+}
+
+bool parseDecimal(const std::string& text, int min, int max, int& value)
+{
+    if (text.empty() || text.size() > 9)
+        return false;
+    std::size_t i = text[0] == '-' ? 1 : 0;
+    if (i == text.size())
+        return false;
+    long v = 0;
+    for (; i < text.size(); ++i) {
+        if (text[i] < '0' || text[i] > '9')
+            return false;
+        v = v * 10 + (text[i] - '0');
+    }
+    if (text[0] == '-')
+        v = -v;
+    if (v < min || v > max)
+        return false;
+    value = static_cast<int>(v);
+    return true;
+}
+
+bool parseOnOff(const std::string& text, const char* on, const char* off, bool& value)
+{
+    if (text != on && text != off)
+        return false;
+    value = text == on;
+    return true;
+}
+
+std::string hexDigits(unsigned value, int digits)
+{
+    static const char kDigits[] = "0123456789ABCDEF";
+    std::string out(static_cast<std::size_t>(digits), '0');
+    for (int i = digits - 1; i >= 0; --i, value >>= 4)
+        out[static_cast<std::size_t>(i)] = kDigits[value & 0xF];
+    return out;
+}
+
+std::string hexBytes(const uint8_t* data, std::size_t size)
+{
+    std::string out;
+    for (std::size_t i = 0; i < size; ++i)
+        out += hexDigits(data[i], 2);
+    return out;
+}
+
+} // namespace docksim
