@@ -1,5 +1,5 @@
-// avrflash: replaces a serial board's application firmware through its
-// bootloader and verifies it page by page.
+// avrflash: replaces a serial board's or a Thunderbolt dock's application
+// firmware through its bootloader and verifies it page by page.
 
 #include "FirmwareImage.h"
 #include "FlashSession.h"
@@ -10,6 +10,8 @@
 #include "boards/RemoteBoard.h"
 #include "boards/TransferBoard.h"
 #include "boards/XferDualBoard.h"
+#include "docks/thunderbolt/TbtCd2Board.h"
+#include "docks/thunderbolt/TbtSingleBoard.h"
 #include "link/ComPort.h"
 
 #include <juce_events/juce_events.h>
@@ -32,13 +34,15 @@ const char* usageText =
     "       avrflash [OPTIONS] --verify-only BOARD IMAGE\n"
     "       avrflash [OPTIONS] --read FILE BOARD\n"
     "\n"
-    "Replaces the application firmware of a serial board through its bootloader,\n"
-    "then reads every page back and compares it with the image.\n"
+    "Replaces the application firmware of a serial board or a Thunderbolt dock\n"
+    "through its bootloader, then reads every page back and compares it with the\n"
+    "image.\n"
     "\n"
     "BOARD is the board type letter:\n"
     "  c  chassis board              r  remote control board\n"
     "  d  diskpack board             t  desktop transfer station board\n"
     "  x  transfer station board     u  xfer drive dual board\n"
+    "  m  Thunderbolt single dock    n  Thunderbolt CD2 dock\n"
     "\n"
     "IMAGE is an Intel HEX file (.hex, .ihx, .ihex) or a raw binary image that\n"
     "starts at flash address 0. It must fit in the application section.\n"
@@ -56,7 +60,7 @@ const char* usageText =
     "  -h, --help          show this help\n"
     "\n"
     "Progress goes to standard output: a bar on a terminal, otherwise a line at\n"
-    "every tenth of each pass. Diagnostics of the serial link go to standard error.\n"
+    "every tenth of each pass. Diagnostics of the board link go to standard error.\n"
     "\n"
     "Exit status: 0 when every page was written and verified (or read), 1 when the\n"
     "board was not found, the image was refused or any page failed, 2 on bad usage.\n";
@@ -73,6 +77,93 @@ struct Options
     bool help = false;
     FirmwareImage::Format format = FirmwareImage::Format::guess;
 };
+
+/** A board of the given class that is found while waiting in its bootloader,
+    which answers the identity request with "(bootloader) " before the board's
+    own identity. */
+template <class Board>
+class InBootloader : public Board
+{
+public:
+    using Board::Board;
+
+    // Closed here, while this is still the object the board's thread runs.
+    ~InBootloader() override { this->closeBoard(false); }
+
+    const char* boardIdString() const override { return identity.c_str(); }
+
+private:
+    const std::string identity = std::string("(bootloader) ") + Board::boardIdString();
+};
+
+template <class Board, class... Args>
+std::unique_ptr<HardwareBoard> make(bool inBootloader, Args... args)
+{
+    if (inBootloader)
+        return std::make_unique<InBootloader<Board>>(args...);
+    return std::make_unique<Board>(args...);
+}
+
+template <class Board>
+std::unique_ptr<HardwareBoard> serialBoard(bool inBootloader)
+{
+    return make<Board>(inBootloader);
+}
+
+// The docks are reached through the dock platform: the operating system's
+// driver, or the dock emulator when AVRTEST_DOCKSIM names its socket.
+template <class Board>
+std::unique_ptr<HardwareBoard> dockBoard(bool inBootloader)
+{
+    return make<Board>(inBootloader, DockPlatform::create());
+}
+
+juce::String serialPortOf(HardwareBoard& board)
+{
+    return static_cast<ControlBoard&>(board).getPort().getDevicePath();
+}
+
+juce::String registryPathOf(HardwareBoard& board)
+{
+    return static_cast<MarvellCommsBoard&>(board).getServicePath();
+}
+
+/** A board type the tool updates: its letter, how the board is made, where
+    it is looked for and how the place it was found is named. */
+struct BoardKind
+{
+    char letter;
+    std::unique_ptr<HardwareBoard> (*make)(bool inBootloader);
+    const char* searchedOn;
+    juce::String (*foundOn)(HardwareBoard& board);
+};
+
+const BoardKind boardKinds[] = {
+    { 'c', serialBoard<ChassisBoard>, "the serial ports", serialPortOf },
+    { 'd', serialBoard<DiskpackBoard>, "the serial ports", serialPortOf },
+    { 'm', dockBoard<TbtSingleBoard>, "the Thunderbolt dock driver", registryPathOf },
+    { 'n', dockBoard<TbtCd2Board>, "the Thunderbolt dock driver", registryPathOf },
+    { 'r', serialBoard<RemoteBoard>, "the serial ports", serialPortOf },
+    { 't', serialBoard<DesktopBoard>, "the serial ports", serialPortOf },
+    { 'u', serialBoard<XferDualBoard>, "the serial ports", serialPortOf },
+    { 'x', serialBoard<TransferBoard>, "the serial ports", serialPortOf },
+};
+
+const BoardKind* findBoardKind(juce::juce_wchar letter)
+{
+    for (const auto& kind : boardKinds)
+        if (kind.letter == letter)
+            return &kind;
+    return nullptr;
+}
+
+juce::String boardLetters()
+{
+    juce::StringArray letters;
+    for (const auto& kind : boardKinds)
+        letters.add(juce::String::charToString(kind.letter));
+    return letters.joinIntoString(", ", 0, letters.size() - 1) + " or " + letters[letters.size() - 1];
+}
 
 bool parseNumber(const juce::String& text, int& value)
 {
@@ -160,9 +251,9 @@ bool parseOptions(int argc, char** argv, Options& options, juce::String& error)
         error = "no board type given";
         return false;
     }
-    if (positional[0].length() != 1 || !juce::String("cdrtux").containsChar(positional[0][0]))
+    if (positional[0].length() != 1 || findBoardKind(positional[0][0]) == nullptr)
     {
-        error = "unknown board type '" + positional[0] + "' (use c, d, r, t, u or x)";
+        error = "unknown board type '" + positional[0] + "' (use " + boardLetters() + ")";
         return false;
     }
     options.board = (char) positional[0][0];
@@ -181,44 +272,6 @@ bool parseOptions(int argc, char** argv, Options& options, juce::String& error)
     if (!options.reading)
         options.image = juce::File::getCurrentWorkingDirectory().getChildFile(positional[1]);
     return true;
-}
-
-/** A board of the given class that is found while waiting in its bootloader,
-    which answers the identity request with "(bootloader) " before the board's
-    own identity. */
-template <class Board>
-class InBootloader : public Board
-{
-public:
-    // Closed here, while this is still the object the board's thread runs.
-    ~InBootloader() override { this->closeBoard(false); }
-
-    const char* boardIdString() const override { return identity.c_str(); }
-
-private:
-    const std::string identity = std::string("(bootloader) ") + Board::boardIdString();
-};
-
-template <class Board>
-std::unique_ptr<ControlBoard> make(bool inBootloader)
-{
-    if (inBootloader)
-        return std::make_unique<InBootloader<Board>>();
-    return std::make_unique<Board>();
-}
-
-std::unique_ptr<ControlBoard> makeBoard(char letter, bool inBootloader)
-{
-    switch (letter)
-    {
-        case 'c': return make<ChassisBoard>(inBootloader);
-        case 'd': return make<DiskpackBoard>(inBootloader);
-        case 'r': return make<RemoteBoard>(inBootloader);
-        case 't': return make<DesktopBoard>(inBootloader);
-        case 'u': return make<XferDualBoard>(inBootloader);
-        case 'x': return make<TransferBoard>(inBootloader);
-        default: return nullptr;
-    }
 }
 
 void fail(const juce::String& text)
@@ -255,7 +308,8 @@ int main(int argc, char** argv)
         return 0;
     }
 
-    auto board = makeBoard(options.board, options.inBootloader);
+    const auto& kind = *findBoardKind(options.board);
+    auto board = kind.make(options.inBootloader);
     std::unique_ptr<HardwareBoardFWUpdater> updater(board->getFWUpdater());
     const int pageSize = updater->getFlashPageSize();
     const int appSection = updater->getAppSectionSize();
@@ -286,12 +340,12 @@ int main(int argc, char** argv)
     std::fflush(stdout);
     if (!board->findAndOpen(options.id))
     {
-        fail("no " + juce::String(board->boardIdString()) + idText + " answered on the serial ports");
+        fail("no " + juce::String(board->boardIdString()) + idText + " answered on " + kind.searchedOn);
         return exitFailed;
     }
     const auto version = board->getVersionString();
     std::printf("Found %s%s%s on %s\n", board->boardIdString(), version.isEmpty() ? "" : " ", version.toRawUTF8(),
-                board->getPort().getDevicePath().toRawUTF8());
+                kind.foundOn(*board).toRawUTF8());
 
     setControlCHandler([] { interruptRequested = true; });
     FlashProgress progress(stdout, isatty(STDOUT_FILENO) == 1);
