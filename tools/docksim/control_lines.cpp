@@ -23,26 +23,31 @@ struct Verb {
 
 const Verb kVerbs[] = {
     {"diskpack", 1, Kind::Dock, "diskpack [D] in|out|fault",
-     "a diskpack comes in or goes (USB: status; Thunderbolt: i event); fault:\n"
-     "                                Thunderbolt only, in with the fault flag"},
-    {"button", 1, Kind::Dock, "button [D] down|up", "the eject button (USB: status byte 3; Thunderbolt: b event)"},
+     "a diskpack comes or goes (USB: status;\n"
+     "                                Thunderbolt: i event); fault: in and faulty\n"
+     "                                (Thunderbolt)"},
+    {"button", 1, Kind::Dock, "button [D] down|up", "the eject button (USB: status; Thunderbolt: b)"},
     {"dock-temp", 1, Kind::Dock, "dock-temp [D] DEGREES", "Thunderbolt: dock temperature (t event after T1)"},
     {"diskpack-temp", 1, Kind::Dock, "diskpack-temp [D] DEGREES",
-     "diskpack temperature (USB: status; Thunderbolt: p event after P1)"},
-    {"led", 1, Kind::Dock, "led [D] on|off", "the diskpack LED lit (USB: status byte 12; single dock: l event)"},
+     "diskpack temperature (USB: status;\n"
+     "                                Thunderbolt: p event after P1)"},
+    {"led", 1, Kind::Dock, "led [D] on|off", "the diskpack LED lit (USB: status; single: l)"},
     {"fan", 1, Kind::Dock, "fan [D] SPEED", "CD2: the fan speed 0..255 (j event)"},
     {"event", 1, Kind::Dock, "event [D] TEXT", "Thunderbolt: queue TEXT (one word) as an event"},
     {"rail", 2, Kind::Dock, "rail [D] R MV", "what voltage rail R reads, in millivolts"},
     {"unplug", 0, Kind::Unplug, "unplug [D]",
-     "the dock goes: its entries leave the registry; USB calls complete\n"
-     "                                \"not attached\", Thunderbolt set_properties fails"},
+     "the dock goes: its entries leave the registry;\n"
+     "                                USB calls complete \"not attached\", Thunderbolt\n"
+     "                                set_properties fails"},
     {"plug", 0, Kind::Plug, "plug [D]", "the dock comes back, with new entry numbers"},
-    {"fault", 1, Kind::Fault, "fault [D] FAULT", "add a fault (below); 'fault [D] clear' removes them all"},
+    {"fault", 1, Kind::Fault, "fault [D] FAULT", "add a fault (below); 'fault [D] clear' ends all"},
     {"check", 2, Kind::Check, "check [D] FIELD VALUE",
-     "ok when the dock's FIELD reads VALUE; eeprom:ADDR and flash:ADDR\n"
-     "                                (ADDR hex) compare the memory there with VALUE's hex\n"
-     "                                bytes; a wrong FIELD lists the fields"},
-    {"quit", 0, Kind::Quit, "quit", "remove the socket and exit (also on stdin EOF, SIGINT, SIGTERM)"},
+     "ok when the dock's FIELD reads VALUE;\n"
+     "                                eeprom:ADDR and flash:ADDR (ADDR hex) compare\n"
+     "                                memory with VALUE's hex bytes; a wrong FIELD\n"
+     "                                lists the fields"},
+    {"quit", 0, Kind::Quit, "quit", "remove the socket and exit (also on stdin\n"
+     "                                EOF, SIGINT, SIGTERM)"},
 };
 
 std::vector<std::string> words(const std::string& line)

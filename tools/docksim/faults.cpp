@@ -17,13 +17,13 @@ const FaultInfo kFaults[] = {
     {Fault::InvalidDest, "invalid-dest", true, "the next async call fails with 0x10000003, no completion"},
     {Fault::NotAttached, "not-attached", true, "the next completion's result is 0xE00002D9, no data"},
     {Fault::IoError, "io-error", true, "the next completion's result is 0xE00002BC, no data"},
-    {Fault::NoReply, "no-reply", true, "no completion for the next async call (its result is still 0)"},
+    {Fault::NoReply, "no-reply", true, "no completion for the next async call (its result 0)"},
     {Fault::WrongSubcode, "wrong-subcode", true, "the next reply's byte 0 is the subcode XOR 0x80"},
     {Fault::Late, "late", true, "the next completion comes 1500 ms after the call"},
     {Fault::Nack, "nack", false, "the next command is answered \"N\" and not carried out"},
-    {Fault::NoReply, "no-reply", false, "the next command is not carried out and \"reply\" keeps its old text"},
-    {Fault::PropertyRead, "property-read", false, "the next get_properties of the driver entry fails (0xE00002BC)"},
-    {Fault::NoHostComms, "no-hostcomms", false, "the next get_properties of the driver entry lacks \"HostComms\""},
+    {Fault::NoReply, "no-reply", false, "the next command is not carried out; \"reply\" stays"},
+    {Fault::PropertyRead, "property-read", false, "get_properties of the driver fails (0xE00002BC)"},
+    {Fault::NoHostComms, "no-hostcomms", false, "get_properties of the driver lacks \"HostComms\""},
 };
 
 } // namespace

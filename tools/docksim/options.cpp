@@ -127,7 +127,8 @@ std::string usageText()
 {
     return std::string(
                "Usage: docksim --socket PATH [--log]\n"
-               "               --dock s|m|n [--id N] [--version TEXT] [--fault FAULT]... [--twin]\n"
+               "               --dock s|m|n [--id N] [--version TEXT] [--fault FAULT]...\n"
+               "                            [--twin]\n"
                "               [--dock ...]...\n"
                "\n"
                "Emulates the docks' drivers behind a Unix socket (docs/docksim.md has the\n"
@@ -136,8 +137,8 @@ std::string usageText()
                "  --socket PATH   where to listen; the file is removed again on exit\n"
                "  --log           print each USB command block received as 'cdb HEX' and each\n"
                "                  Thunderbolt command as 'tbt D COMMAND' (D: the dock's index)\n"
-               "  --dock s        USB 3.0 Transfer Dock (driver com_tarvoworks_driver_usbDockDriver)\n"
-               "  --dock m        Thunderbolt Single Dock (class com_tarvoworks_driver_TbtDockDriver)\n"
+               "  --dock s        USB 3.0 Transfer Dock (com_tarvoworks_driver_usbDockDriver)\n"
+               "  --dock m        Thunderbolt Single Dock (com_tarvoworks_driver_TbtDockDriver)\n"
                "  --dock n        Thunderbolt CD2 Dock (same class)\n"
                "  --id N          dock id, one digit, answered to \"@\" as R<N> (default 0)\n"
                "  --version TEXT  firmware version (default 1.0.0; the USB dock's is A.B.C)\n"
