@@ -28,6 +28,13 @@ bool runMenuKey(const MenuKey<Target> (&keys)[numKeys], Target& target, int key)
     return false;
 }
 
+/** runMenuKey over one fixed table, as a plain function a session can call. */
+template <class Target, const auto& keys>
+bool runKeyTable(Target& target, int key)
+{
+    return runMenuKey(keys, target, key);
+}
+
 /** What the console holds while it drives one board: the listener that
     prints the board's events and the board's keys. */
 class BoardSession

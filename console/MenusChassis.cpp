@@ -49,11 +49,8 @@ const MenuKey<ChassisBoard> keys[] = {
     { 'T', [](ChassisBoard& board) { reportFailure(board.resetShuttle()); } },
     { 'V', [](ChassisBoard& board) { reportFailure(board.setVolume(askInt("Set volume: "))); } },
 };
-
-bool runKey(ChassisBoard& board, int key)
-{
-    return runMenuKey(keys, board, key);
-}
 } // namespace
 
-const BoardMenu chassisMenu { help, BoardSession::start<ChassisBoard, AVRChassisEventListener, runKey> };
+const BoardMenu chassisMenu {
+    help, BoardSession::start<ChassisBoard, AVRChassisEventListener, runKeyTable<ChassisBoard, keys>>
+};

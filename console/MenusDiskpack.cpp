@@ -83,11 +83,8 @@ const MenuKey<DiskpackBoard> keys[] = {
       } },
     { 'Z', [](DiskpackBoard& board) { Menus::resetWithConfirmation(board); } },
 };
-
-bool runKey(DiskpackBoard& board, int key)
-{
-    return runMenuKey(keys, board, key);
-}
 } // namespace
 
-const BoardMenu diskpackMenu { help, BoardSession::start<DiskpackBoard, AVRDiskpackEventListener, runKey> };
+const BoardMenu diskpackMenu {
+    help, BoardSession::start<DiskpackBoard, AVRDiskpackEventListener, runKeyTable<DiskpackBoard, keys>>
+};

@@ -156,11 +156,8 @@ const MenuKey<XferDualBoard> keys[] = {
       } },
     { 'Z', [](XferDualBoard& board) { Menus::resetWithConfirmation(board); } },
 };
-
-bool runKey(XferDualBoard& board, int key)
-{
-    return runMenuKey(keys, board, key);
-}
 } // namespace
 
-const BoardMenu xferDualMenu { help, BoardSession::start<XferDualBoard, AVRXferDualEventListener, runKey> };
+const BoardMenu xferDualMenu {
+    help, BoardSession::start<XferDualBoard, AVRXferDualEventListener, runKeyTable<XferDualBoard, keys>>
+};
