@@ -26,4 +26,7 @@ target_compile_definitions(avrjuce PUBLIC
 # Third-party code: its warnings are not ours to fix.
 target_compile_options(avrjuce PRIVATE -w)
 find_package(Threads REQUIRED)
-target_link_libraries(avrjuce PUBLIC Threads::Threads ${CMAKE_DL_LIBS} rt)
+# Debian's module sources use the system zlib, so whatever links JUCE needs it
+# after JUCE on the link line.
+find_package(ZLIB REQUIRED)
+target_link_libraries(avrjuce PUBLIC Threads::Threads ZLIB::ZLIB ${CMAKE_DL_LIBS} rt)
