@@ -163,7 +163,9 @@ XferDockTester::EepromCheck XferDockTester::eepromTest(int address, int count)
 {
     if (count < 0)
         return EepromCheck::failed;
-    std::vector<unsigned char> written((size_t) count), read((size_t) count);
+    // The dock's last write chunk may carry up to a chunk's worth of bytes
+    // past the count; they come from zeroed padding, not from beyond the buffer.
+    std::vector<unsigned char> written((size_t) count + maxChunkOverrun, 0), read((size_t) count);
     for (int i = 0; i < count; ++i)
         written[(size_t) i] = (unsigned char) (address + i);
     if (!dock.writeDiskpackEeprom(address, count, written.data()) || !dock.readDiskpackEeprom(address, count, read.data()))

@@ -10,6 +10,8 @@ class XferDockTester : public DockTester
 {
 public:
     static constexpr int eepromSize = 512;
+    /** The most bytes past the count the dock's last EEPROM write chunk takes. */
+    static constexpr int maxChunkOverrun = 11;
 
     struct RailLimits
     {

@@ -1,0 +1,322 @@
+// The dock console as the technician runs it: avrtest on a terminal, the docks
+// emulated by docksim, with the emulator's log of every command it received.
+#include "console/ConsoleSession.h"
+#include "console/dock/DockConsole.h"
+#include "support/SimProcess.h"
+
+#include <juce_core/juce_core.h>
+
+#include <cstdlib>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+struct Prompted
+{
+    std::string prompt, answer;
+};
+
+/** One key: its prompts and answers, the commands the dock must receive (as
+    docksim logs them, status polls left out) and what the console prints
+    after the last answer. */
+struct DockKeyCase
+{
+    char key;
+    std::vector<Prompted> answers;
+    std::vector<std::string> wire;
+    std::string printed;
+};
+
+bool isPoll(const std::string& line)
+{
+    // The status poll of the USB dock and the event poll of the Thunderbolt docks.
+    return line.rfind("cdb DE00", 0) == 0 || (line.rfind("tbt ", 0) == 0 && line.size() > 5 && line.substr(5) == " &");
+}
+
+class DockConsoleTest : public ::testing::Test
+{
+protected:
+    /** docksim with one dock of `letter` (and `simArgs`), then avrtest. */
+    void startSim(const std::string& letter, const std::vector<std::string>& simArgs = {})
+    {
+        socket = dir.path() + "/docksim.sock";
+        std::vector<std::string> argv { DOCKSIM_PATH, "--socket", socket, "--log", "--dock", letter };
+        argv.insert(argv.end(), simArgs.begin(), simArgs.end());
+        sim = std::make_unique<SimProcess>(argv);
+        ASSERT_TRUE(sim->isReady());
+        setenv("AVRTEST_DOCKSIM", socket.c_str(), 1);
+    }
+
+    void startConsole(const std::vector<std::string>& args)
+    {
+        console = std::make_unique<ConsoleSession>(args);
+        ASSERT_TRUE(console->waitFor("Enter command (? for help)\n"));
+        ASSERT_TRUE(console->waitForKeyMode());
+        commandsSeen = commands().size();
+    }
+
+    void start(const std::string& letter, const std::vector<std::string>& simArgs = {})
+    {
+        startSim(letter, simArgs);
+        ASSERT_NO_FATAL_FAILURE(startConsole({ letter, "0" }));
+    }
+
+    /** The commands the dock received so far, polls left out. */
+    std::vector<std::string> commands()
+    {
+        // Any control line's answer brings out the log lines before it.
+        sim->control("check no-such-field 0");
+        std::vector<std::string> all;
+        for (auto& line : sim->output())
+            if ((line.rfind("cdb ", 0) == 0 || line.rfind("tbt ", 0) == 0) && !isPoll(line))
+                all.push_back(line);
+        return all;
+    }
+
+    /** The commands received since the last call. */
+    std::vector<std::string> newCommands(size_t atLeast)
+    {
+        waitUntil([&] { return commands().size() >= commandsSeen + atLeast; }, ConsoleSession::deadlineMs);
+        auto all = commands();
+        std::vector<std::string> fresh(all.begin() + (long) std::min(commandsSeen, all.size()), all.end());
+        commandsSeen = all.size();
+        return fresh;
+    }
+
+    void runKeys(const std::vector<DockKeyCase>& cases)
+    {
+        for (const auto& c : cases)
+        {
+            SCOPED_TRACE(std::string("key ") + c.key);
+            console->takeOutput();
+            ASSERT_TRUE(console->key(c.key));
+            for (const auto& a : c.answers)
+            {
+                ASSERT_TRUE(console->waitFor(a.prompt)) << console->output();
+                console->line(a.answer);
+            }
+            EXPECT_TRUE(console->waitFor(c.printed)) << console->takeOutput();
+            EXPECT_EQ(newCommands(c.wire.size()), c.wire);
+            ASSERT_TRUE(console->waitForKeyMode());
+        }
+    }
+
+    /** Answers every yes/no question of an autotest until `last` is out. */
+    void answerAll(const std::string& answer, const std::string& last)
+    {
+        for (;;)
+        {
+            ASSERT_TRUE(console->waitFor("[y/n] > ")) << console->output();
+            console->line(answer);
+            if (console->output().find(last) != std::string::npos)
+                return;
+        }
+    }
+
+    void TearDown() override
+    {
+        unsetenv("AVRTEST_DOCKSIM");
+        unsetenv("AVRTEST_RECORD_DIR");
+    }
+
+    TempDevDir dir;
+    std::string socket;
+    std::unique_ptr<SimProcess> sim;
+    std::unique_ptr<ConsoleSession> console;
+    size_t commandsSeen = 0;
+};
+
+std::string cdb(const std::string& head)
+{
+    return "cdb " + head + std::string(32 - head.size(), '0');
+}
+
+const std::string tbtBanner = "\n\n******** AUTOTEST PASS ********\n\n";
+}
+
+//==============================================================================
+TEST_F(DockConsoleTest, UsbDockKeys)
+{
+    start("s");
+    ASSERT_EQ(sim->control("rail 0 12000"), "ok");
+    runKeys({
+        { 'G', { { "Get voltage rail (12V=0, disk 3V3=1): ", "0" } }, { cdb("DE0F00") }, "Voltage: 12000 mV\n" },
+        { 'I', {}, { cdb("DE0D") }, "Diskpack ID: 1\n" },
+        { 'U', {}, { cdb("DE04") }, "Diskpack Guid: 2853494d000d0000\n" },
+        { 'P', {}, { cdb("DE0A") }, "Diskpack temperature: 30 deg\n" },
+        { 'X', { { "Set Diskpack write protect: ", "1" } }, { cdb("DE0701") }, "" },
+        { 'Y', {}, { cdb("DE06") }, "Diskpack is write protected\n" },
+        { 'L', { { "Set Diskpack LED (r,g,b,flash,activity): ", "1 2 3 0 1" } }, { cdb("DE020102030001") }, "" },
+        { 'E', { { "Set Dock LED (auto, r,g,b,flash): ", "0 9 8 7 1" } }, { cdb("DE10000908070100") }, "" },
+        { 'S', { { "Get disk serial (disk 0/1): ", "1" } }, { cdb("DE0E01") }, "Disk 1 serial number is SIMDISK01Z0\n" },
+        { 's', {}, {}, "Dock serial number: XD100000\n" },
+        { 'l', {}, {}, "Dock location: 0x14200000\n" },
+        { 'w', { { "Write diskpack EEPROM (addr, numBytes): ", "0 15" } },
+          { cdb("DE0B00000B000102030405060708090A"), cdb("DE0B0B000B0B0C0D0E"), cdb("DE0C00000F") },
+          "15 bytes written/read OK at address 0x0000\n" },
+    });
+    ASSERT_TRUE(console->key('x'));
+    EXPECT_EQ(console->exitStatus(), 0);
+}
+
+TEST_F(DockConsoleTest, ThunderboltKeys)
+{
+    struct Dock
+    {
+        std::string letter;
+        std::vector<DockKeyCase> keys;
+    };
+    const std::vector<Dock> docks {
+        { "m",
+          { { 'G', { { "Rail (0-4=12V,5V0,3V3,1V05,3V3_AVR): ", "3" } }, { "tbt 0 G3" }, "Voltage: 1050 mV\n" },
+            { 'I', {}, { "tbt 0 I" }, "Diskpack ID: 1\n" },
+            { 'S', { { "Set serial number: 0040", "1234" } }, { "tbt 0 S04D2" }, "Serial number set to 00401234\n" },
+            { 'E', {}, { "tbt 0 E" }, "Serial number is 00401234\n" },
+            { 'M', { { "Which zone (0 = diskpack, 1 = dock): ", "1" } }, { "tbt 0 M1" },
+              "Dock temperature Min: 24 Max: 48\n" },
+            { 'X', { { "Set write protect (enable): ", "1" } }, { "tbt 0 X1" }, "" },
+            { 'Y', {}, { "tbt 0 Y0" }, "Diskpack is write protected\n" },
+            { 'L', { { "Set Diskpack LED (r,g,b,flash,activity): ", "3 0 1 1 1" } }, { "tbt 0 LF1" }, "" },
+            { 'D', { { "Diskpack power (on): ", "1" } }, { "tbt 0 D1" }, "" },
+            { 'P', { { "Diskpack temperature check (enable): ", "1" } }, { "tbt 0 P1" }, "" },
+            { 'T', { { "Dock temperature check enable: ", "0" } }, { "tbt 0 T0" }, "" },
+            { 'Z', { { "Reset eeprom: sure? ", "y" } }, { "tbt 0 Z" }, "" },
+            { '\\', { { "Type id (0, 1, 4, 9, 10): ", "10" } }, { "tbt 0 tA" }, "ok\n" } } },
+        { "n",
+          { { 'G', { { "Rail (0-6=Supply,12V,3V3_AVR,5V0,3V3,1V8,0V9): ", "6" } }, { "tbt 0 G6" },
+              "Voltage: 903 mV\n" },
+            { 'L', { { "Set Diskpack LED (r,g,b,flash): ", "0 3 0 1" } }, { "tbt 0 L4C" }, "" },
+            { 'F', { { "Fan speed (1=auto, min 0): ", "128" } }, { "tbt 0 F80" }, "" },
+            { 'R', { { "Reset Port (0-3): ", "2" } }, { "tbt 0 *R2" }, "" },
+            { 'S', { { "Set serial number: 0063", "42" } }, { "tbt 0 S002A" }, "Serial number set to 00630042\n" },
+            { '\\', { { "Type id (4=4x2, 5=2x4, 6=1x8): ", "5" } }, { "tbt 0 t5" }, "ok\n" } } },
+    };
+    for (const auto& d : docks)
+    {
+        SCOPED_TRACE(d.letter);
+        start(d.letter);
+        ASSERT_EQ(sim->control("rail 3 1050"), "ok");
+        runKeys(d.keys);
+        ASSERT_TRUE(console->key('x'));
+        EXPECT_EQ(console->exitStatus(), 0);
+        console.reset();
+        sim.reset();
+    }
+}
+
+TEST_F(DockConsoleTest, HelpListsTheKeysButNotTheBackslashAndUnknownKeysShowIt)
+{
+    start("m");
+    ASSERT_TRUE(console->key('?'));
+    ASSERT_TRUE(console->waitFor("! autotest\nx exit\n"));
+    const auto help = console->output();
+    EXPECT_NE(help.find("\nW diskpack EEPROM write/read test\n"), std::string::npos) << help;
+    EXPECT_EQ(help.find("\n\\"), std::string::npos) << help;
+    EXPECT_EQ(help.find("\nF "), std::string::npos) << "the fan is the CD2's";
+    for (char k : { 'F', 'a', '[' })
+    {
+        SCOPED_TRACE(k);
+        ASSERT_TRUE(console->key(k));
+        EXPECT_TRUE(console->waitFor("! autotest\nx exit\n"));
+    }
+    EXPECT_TRUE(newCommands(0).empty());
+}
+
+TEST_F(DockConsoleTest, AFailedOperationPrintsFailed)
+{
+    struct Case
+    {
+        std::string letter, fault;
+        DockKeyCase key;
+    };
+    const std::vector<Case> cases {
+        { "m", "nack=always", { 'O', {}, { "tbt 0 O" }, "Failed\n" } },
+        { "n", "nack=always", { 'F', { { "Fan speed (1=auto, min 0): ", "1" } }, { "tbt 0 F01" }, "Failed\n" } },
+        { "s", "io-error=always", { 'I', {}, { cdb("DE0D") }, "Failed\n" } },
+    };
+    // Every request fails from here on, so that neither poll takes the fault.
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.letter);
+        start(c.letter);
+        ASSERT_EQ(sim->control("fault " + c.fault), "ok");
+        runKeys({ c.key });
+        console.reset();
+        sim.reset();
+    }
+}
+
+TEST_F(DockConsoleTest, CheckModeOnlyOpensTheDock)
+{
+    startSim("n", { "--id", "2" });
+    const struct
+    {
+        std::vector<std::string> args;
+        std::string printed;
+        int status;
+    } cases[] = {
+        { { "n", "2", "c" }, "Thunderbolt CD2 Dock 1.0.0\n", 0 },
+        { { "n", "1", "c" }, "Failed to find Thunderbolt CD2 Dock board id 1!\n", 255 },
+        { { "s", "0", "check" }, "Failed to find USB 3.0 Dock board id 0!\n", 255 },
+        { { "n", "1" }, "Failed to find Thunderbolt CD2 Dock board id 1!\n", 255 },
+    };
+    for (const auto& c : cases)
+    {
+        ConsoleSession run(c.args);
+        EXPECT_EQ(run.exitStatus(), c.status);
+        const auto out = run.output();
+        EXPECT_NE(out.find("Hardware Test Utility\n"), std::string::npos);
+        EXPECT_EQ(out.substr(out.size() - std::min(out.size(), c.printed.size())), c.printed);
+    }
+}
+
+TEST_F(DockConsoleTest, TypeAndIdPrompts)
+{
+    // The command line always names the dock, so the type prompt is reached
+    // only by entering the dock console without one.
+    const struct
+    {
+        std::vector<const char*> argv;
+        std::string typed, printed;
+    } cases[] = {
+        { { "avrtest" }, "?\nq\nn\n",
+          "Enter hardware type (? for list)\ns    USB 3.0 Transfer Dock\nm    Thunderbolt Single Dock\nn    "
+          "Thunderbolt CD2 Dock\nEnter hardware type (? for list)\nUnknown hardware type\ns    USB 3.0 Transfer "
+          "Dock\nm    Thunderbolt Single Dock\nn    Thunderbolt CD2 Dock\nEnter hardware type (? for "
+          "list)\nFailed to find Thunderbolt CD2 Dock board id 0!\n" },
+        { { "avrtest", "\xc3\xa9" }, "s\n", "Enter hardware type (? for list)\nFailed to find USB 3.0 Dock board id 0!\n" },
+        { { "avrtest", "m", "two" }, "x\n-1\n 7 \n",
+          "Enter board ID\nInvalid input: enter an integer.\nEnter board ID\nEnter board ID\nFailed to find "
+          "Thunderbolt Single Dock board id 7!\n" },
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.typed);
+        int in[2], out[2];
+        ASSERT_EQ(pipe(in), 0);
+        ASSERT_EQ(pipe(out), 0);
+        const pid_t pid = fork();
+        if (pid == 0)
+        {
+            dup2(in[0], 0);
+            dup2(out[1], 1);
+            unsetenv("AVRTEST_DOCKSIM");
+            _exit(runDockConsole((int) c.argv.size(), c.argv.data()) & 0xff);
+        }
+        close(in[0]);
+        close(out[1]);
+        ASSERT_EQ(write(in[1], c.typed.data(), c.typed.size()), (ssize_t) c.typed.size());
+        close(in[1]);
+        std::string printed;
+        char buffer[4096];
+        for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;)
+            printed.append(buffer, (size_t) n);
+        close(out[0]);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_EQ(WEXITSTATUS(status), 255);
+        const auto body = printed.find("\n\n");
+        EXPECT_EQ(printed.substr(body + 2), c.printed);
+    }
+}
