@@ -102,15 +102,16 @@ protected:
         }
     }
 
-    /** Answers every yes/no question of an autotest until `last` is out. */
+    /** Answers every yes/no question of an autotest until `last` is asked,
+        which is left for the caller. */
     void answerAll(const std::string& answer, const std::string& last)
     {
         for (;;)
         {
             ASSERT_TRUE(console->waitFor("[y/n] > ")) << console->output();
-            console->line(answer);
             if (console->output().find(last) != std::string::npos)
                 return;
+            console->line(answer);
         }
     }
 
@@ -319,4 +320,220 @@ TEST_F(DockConsoleTest, TypeAndIdPrompts)
         const auto body = printed.find("\n\n");
         EXPECT_EQ(printed.substr(body + 2), c.printed);
     }
+}
+
+//==============================================================================
+namespace
+{
+juce::var readOnlyRecord(const std::string& dir)
+{
+    const auto files = juce::File(dir).findChildFiles(juce::File::findFiles, false, "*");
+    EXPECT_EQ(files.size(), 1) << "one record and nothing else";
+    if (files.size() != 1 || !files[0].getFileName().endsWith(".json"))
+        return {};
+    return juce::JSON::parse(files[0]);
+}
+
+/** The steps of a record as "name=OUTCOME", in order. */
+std::vector<std::string> stepOutcomes(const juce::var& record)
+{
+    std::vector<std::string> all;
+    if (auto* steps = record["steps"].getArray())
+        for (auto& s : *steps)
+            all.push_back((s["name"].toString() + "=" + s["outcome"].toString()).toStdString());
+    return all;
+}
+
+juce::var findStep(const juce::var& record, const juce::String& name)
+{
+    if (auto* steps = record["steps"].getArray())
+        for (auto& s : *steps)
+            if (s["name"] == name)
+                return s;
+    return {};
+}
+}
+
+TEST_F(DockConsoleTest, ThunderboltAutotestsAnsweredYesPass)
+{
+    const struct
+    {
+        std::string letter, begin, ownStep, closingLed;
+    } docks[] = { { "m", "Begin TbtSingle autotest.\n\n", "", "tbt 0 L8C" },
+                  { "n", "Begin TbtCd2 autotest.\n\n", "\n(Test 11/14) Fan tests:\n", "tbt 0 L0C" } };
+    for (const auto& d : docks)
+    {
+        SCOPED_TRACE(d.letter);
+        start(d.letter);
+        ASSERT_TRUE(console->key('!'));
+        answerAll("y", "Would you like to enter a new dock serial number?  [y/n] > ");
+        console->line("y");
+        ASSERT_TRUE(console->waitFor("Set serial number: "));
+        console->line("77");
+        ASSERT_TRUE(console->waitFor(tbtBanner));
+        const auto out = console->output();
+        for (const std::string part : { d.begin, std::string("\n(Test 1/14) Diskpack insertion test:\n"), d.ownStep,
+                                        std::string("\n(Test 13/14) Dock serial number read test:\n"),
+                                        std::string("Passed\n"), std::string("Diskpack write protect disabled\n") })
+            EXPECT_NE(out.find(part), std::string::npos) << part;
+        const auto wire = newCommands(1);
+        EXPECT_EQ(wire.back(), d.closingLed);
+        EXPECT_NE(std::find(wire.begin(), wire.end(), "tbt 0 S004D"), wire.end());
+        ASSERT_TRUE(console->key('x'));
+        EXPECT_EQ(console->exitStatus(), 0);
+        console.reset();
+        sim.reset();
+    }
+}
+
+TEST_F(DockConsoleTest, ThunderboltRailBoundsAndANoFailTheRunAndItsRecord)
+{
+    const std::string records = dir.path() + "/records";
+    juce::File(records).createDirectory();
+    setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
+    start("m");
+    // 0.95 and 1.05 x nominal pass; a millivolt beyond either fails.
+    for (const char* rail : { "rail 0 11400", "rail 1 5251", "rail 3 997", "rail 4 3465" })
+        ASSERT_EQ(sim->control(rail), "ok");
+    ASSERT_TRUE(console->key('!'));
+    ASSERT_TRUE(console->waitFor("[y/n] > "));
+    console->line("y");
+    ASSERT_TRUE(console->waitFor("[y/n] > "));
+    console->line("y");
+    ASSERT_TRUE(console->waitFor("Testing voltage rail (12V)...\nVoltage: 11400 mV\nSuccess! Voltage within 5 percent "
+                                 "margin.\nTesting voltage rail (5V0)...\nVoltage: 5251 mV\nFailed; voltage higher "
+                                 "than acceptable upper bound.\n"));
+    ASSERT_TRUE(console->waitFor("Testing voltage rail (1V05)...\nVoltage: 997 mV\nFailed; voltage lower than "
+                                 "acceptable lower bound.\nTesting voltage rail (3V3_AVR)...\nVoltage: 3465 "
+                                 "mV\nSuccess! Voltage within 5 percent margin.\n"));
+    ASSERT_TRUE(console->waitFor("Is the LED currently RED? [y/n] > "));
+    console->line("n");
+    answerAll("y", "dock serial number?  [y/n] > ");
+    console->line("n");
+    ASSERT_TRUE(console->waitFor("\n\n******** AUTOTEST FAIL ********\n\n"));
+    ASSERT_TRUE(console->key('x'));
+    EXPECT_EQ(console->exitStatus(), 0);
+
+    const auto record = readOnlyRecord(records);
+    EXPECT_EQ(record["dockType"].toString(), "Thunderbolt Single Dock");
+    EXPECT_EQ((int) record["boardId"], 0);
+    EXPECT_EQ(record["firmwareVersion"].toString(), "1.0.0");
+    EXPECT_EQ(record["result"].toString(), "FAIL");
+    EXPECT_FALSE((bool) record["interrupted"]);
+    EXPECT_TRUE(juce::Time::fromISO8601(record["startTime"].toString()) <= juce::Time::fromISO8601(record["endTime"].toString()));
+    EXPECT_EQ(stepOutcomes(record),
+              (std::vector<std::string> { "Diskpack insertion test=PASS", "Diskpack ejection test=PASS",
+                                          "Voltage rail test=FAIL", "Dock min/max temperature test=PASS",
+                                          "Diskpack id test=PASS", "Diskpack GUID test=PASS",
+                                          "Diskpack min/max temperature test=PASS",
+                                          "Diskpack EEPROM read/write test=PASS", "Diskpack write-protect test=PASS",
+                                          "Diskpack LED colour tests=FAIL", "Dock serial number read test=PASS",
+                                          "Dock serial number write test=PASS" }));
+    const auto rail = findStep(record, "Voltage rail test")["measurements"][3];
+    EXPECT_EQ(rail["name"].toString(), "rail 1V05");
+    EXPECT_EQ((int) rail["value"], 997);
+    EXPECT_EQ(rail["unit"].toString(), "mV");
+    EXPECT_DOUBLE_EQ((double) rail["lowerLimit"], 997.5);
+    EXPECT_DOUBLE_EQ((double) rail["upperLimit"], 1102.5);
+    const auto red = findStep(record, "Diskpack LED colour tests")["questions"][0];
+    EXPECT_EQ(red["question"].toString(), "Is the LED currently RED?");
+    EXPECT_EQ(red["answer"].toString(), "n");
+    EXPECT_FALSE((bool) red["yes"]);
+    const auto id = findStep(record, "Diskpack id test")["measurements"][0];
+    EXPECT_EQ((int) id["value"], 1);
+    EXPECT_EQ((int) id["upperLimit"], 2);
+}
+
+TEST_F(DockConsoleTest, UsbAutotestRecordsAPassAndAFail)
+{
+    const std::string records = dir.path() + "/records";
+    setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
+    const struct
+    {
+        int rail0;
+        std::string firstLine, banner, result;
+    } runs[] = {
+        { 12000, "PASS: Voltage rail: Rail voltage: 12000 mV\n", "PASS", "PASS" },
+        { 11000, "FAIL: Voltage rail: Rail voltage: 11000 mV\n", "FAIL", "FAIL" },
+    };
+    for (const auto& r : runs)
+    {
+        SCOPED_TRACE(r.rail0);
+        juce::File(records).deleteRecursively();
+        juce::File(records).createDirectory();
+        start("s");
+        ASSERT_EQ(sim->control("rail 0 " + std::to_string(r.rail0)), "ok");
+        ASSERT_TRUE(console->key('!'));
+        ASSERT_TRUE(console->waitFor("Begin XferDock autotest.\n\n" + r.firstLine));
+        ASSERT_TRUE(console->waitFor("PASS: Diskpack ID: 1\nPASS: Diskpack GUID: 2853494d000d0000\n"));
+        ASSERT_TRUE(console->waitFor("PASS: Diskpack EEPROM write/read: 512 bytes written/read OK at address 0x0000\n"));
+        ASSERT_TRUE(console->waitFor("PASS: Dock LED: Dock LED set to automatic\n\n\n******** AUTOTEST " + r.banner));
+        ASSERT_TRUE(console->key('x'));
+        EXPECT_EQ(console->exitStatus(), 0);
+        console.reset();
+        sim.reset();
+
+        const auto record = readOnlyRecord(records);
+        EXPECT_EQ(record["dockType"].toString(), "USB 3.0 Transfer Dock");
+        EXPECT_EQ(record["dockSerial"].toString(), "XD100000");
+        EXPECT_EQ(record["result"].toString().toStdString(), r.result);
+        const auto steps = stepOutcomes(record);
+        ASSERT_EQ(steps.size(), 19u);
+        EXPECT_EQ(steps[0], "Voltage rail=" + r.result);
+        EXPECT_EQ(steps[18], "Dock LED=PASS");
+        const auto rail = findStep(record, "Voltage rail")["measurements"][0];
+        EXPECT_EQ((int) rail["value"], r.rail0);
+        EXPECT_EQ((int) rail["lowerLimit"], 11001);
+        EXPECT_EQ((int) rail["upperLimit"], 15999);
+        EXPECT_EQ(findStep(record, "Diskpack GUID")["measurements"][0]["value"].toString(), "2853494d000d0000");
+        EXPECT_EQ(juce::File(records).getNumberOfChildFiles(juce::File::findFiles, "usb3_XD100000_*.json"), 1);
+    }
+}
+
+TEST_F(DockConsoleTest, CtrlCSkipsTheDockOperationsButStillAsks)
+{
+    const std::string records = dir.path() + "/records";
+    juce::File(records).createDirectory();
+    setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
+    start("m");
+    ASSERT_TRUE(console->key('!'));
+    answerAll("y", "Is the LED currently RED? [y/n] > ");
+    newCommands(0);
+    console->interrupt();
+    console->line("y");
+    // Still asked: the other colours and the serial number; the serial number
+    // is still read and the LED still set back; no banner.
+    ASSERT_TRUE(console->waitFor("Is the LED currently GREEN? [y/n] > "));
+    console->line("y");
+    ASSERT_TRUE(console->waitFor("Is the LED currently BLUE? [y/n] > "));
+    console->line("y");
+    ASSERT_TRUE(console->waitFor("\n(Test 13/14) Dock serial number read test:\nSerial number is "));
+    ASSERT_TRUE(console->waitFor("Would you like to enter a new dock serial number?  [y/n] > "));
+    console->line("y");
+    EXPECT_EQ(console->exitStatus(), 0);
+    EXPECT_EQ(console->output().find("AUTOTEST"), std::string::npos);
+    EXPECT_EQ(console->output().find("Set serial number"), std::string::npos);
+    EXPECT_EQ(newCommands(2), (std::vector<std::string> { "tbt 0 E", "tbt 0 L8C" }));
+
+    const auto record = readOnlyRecord(records);
+    EXPECT_EQ(record["result"].toString(), "INCOMPLETE");
+    EXPECT_TRUE((bool) record["interrupted"]);
+    const auto steps = stepOutcomes(record);
+    ASSERT_EQ(steps.size(), 12u);
+    EXPECT_EQ(steps[9], "Diskpack LED colour tests=SKIPPED");
+    EXPECT_EQ(steps[11], "Dock serial number write test=SKIPPED");
+    EXPECT_EQ(findStep(record, "Diskpack LED colour tests")["questions"].size(), 3);
+}
+
+TEST_F(DockConsoleTest, AKilledAutotestLeavesNoRecordBehind)
+{
+    const std::string records = dir.path() + "/records";
+    juce::File(records).createDirectory();
+    setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
+    start("n");
+    ASSERT_TRUE(console->key('!'));
+    answerAll("y", "Is the LED currently RED? [y/n] > ");
+    console.reset(); // SIGKILL
+    EXPECT_EQ(juce::File(records).getNumberOfChildFiles(juce::File::findFilesAndDirectories | juce::File::ignoreHiddenFiles, "*"), 0);
+    EXPECT_EQ(juce::File(records).getNumberOfChildFiles(juce::File::findFiles, ".*"), 0) << "no partial file";
 }
