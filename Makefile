@@ -4,7 +4,7 @@
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build build-asan build-tsan test test-plain test-asan test-tsan demo bench clean
+.PHONY: all deps build build-asan build-tsan test test-plain test-asan test-tsan demo bench package clean
 
 all: build
 
@@ -39,11 +39,15 @@ test-tsan: build-tsan
 test: test-plain test-asan test-tsan
 	@echo "All test suites passed (plain, ASan+UBSan, TSan)."
 
-# The demo needs only the console and the emulator.
+# The demo needs only the console and the emulators.
 demo: deps
 	cmake -S . -B build $(CMAKE_FLAGS)
-	cmake --build build -j $(JOBS) --target avrtest boardsim
+	cmake --build build -j $(JOBS) --target avrtest boardsim docksim
 	@scripts/demo.sh
+
+# A Debian package of the four tools: apt install ./build/avrtest_*.deb
+package: build
+	cd build && cpack -G DEB
 
 bench: build
 	@for b in build/bin/bench_*; do [ -x "$$b" ] && "$$b"; done

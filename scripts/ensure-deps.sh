@@ -13,6 +13,7 @@ packages=(
   libsrecord-dev             # firmware image files (Intel HEX and others) for avrflash
   libboost-dev               # headers that the srecord headers include
   python3-serial             # the reference client of bench/exchange
+  dpkg-dev                   # dpkg-shlibdeps: the package's runtime dependencies
 )
 
 missing=()
