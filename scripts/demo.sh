@@ -56,4 +56,5 @@ AVRTEST_DEV_DIR="$dir" python3 scripts/console_session.py --control "$fifo" --pa
 echo
 echo "== avrtest exited with status $status; stopping boardsim"
 echo "quit" >&3
+[[ $status -ne 0 ]] || scripts/dock_demo.sh || status=$?
 exit "$status"
