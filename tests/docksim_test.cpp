@@ -521,6 +521,17 @@ TEST(DocksimUsb, FaultsSpoilTheNextCallsOnly)
     EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501");
     EXPECT_GE(Clock::now() - start, 1400ms) << "a late completion comes after 1500 ms";
     EXPECT_EQ(sim.control("fault nack"), "error: fault 'nack' does not apply to a USB dock");
+
+    ASSERT_EQ(sim.control("diskpack-id 2"), "ok");
+    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5502");
+    ASSERT_EQ(sim.control("fault eeprom-read-fail"), "ok");
+    int64_t result = -1;
+    EXPECT_EQ(Client::field(c.cdb(conn, block({0x0C, 0, 0, 1}), 3, &result), "result").asInt(), 0xE00002BC);
+    const std::string plain = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
+    ASSERT_EQ(sim.control("fault eeprom-flip"), "ok");
+    const std::string flipped = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
+    ASSERT_EQ(plain.size(), 6u);
+    EXPECT_EQ(std::stoi(plain.substr(4), nullptr, 16) ^ 0xFF, std::stoi(flipped.substr(4), nullptr, 16));
 }
 
 TEST(DocksimUsb, UnpluggedDockCompletesNotAttachedAndLeavesMatching)
@@ -702,6 +713,18 @@ TEST(DocksimTbt, FaultsAndUnplugFailTheExchange)
     EXPECT_EQ(c.tbt(d, "@"), "<no reply>");
     EXPECT_EQ(c.tbt(d, "@"), "R0");
     EXPECT_EQ(sim.control("fault late"), "error: fault 'late' does not apply to a Thunderbolt dock");
+
+    ASSERT_EQ(sim.control("diskpack-id 2"), "ok");
+    ASSERT_EQ(sim.control("guid 2800000000000001"), "ok");
+    EXPECT_EQ(c.tbt(d, "I"), "R2");
+    EXPECT_EQ(c.tbt(d, "U"), "R2800000000000001");
+    ASSERT_EQ(sim.control("fault eeprom-read-fail"), "ok");
+    EXPECT_EQ(c.tbt(d, "R000001"), "N");
+    const std::string plain = c.tbt(d, "R000001");
+    ASSERT_EQ(sim.control("fault eeprom-flip"), "ok");
+    const std::string flipped = c.tbt(d, "R000001");
+    EXPECT_EQ(std::stoi(plain.substr(1, 2), nullptr, 16) ^ 0xFF, std::stoi(flipped.substr(1, 2), nullptr, 16));
+    EXPECT_EQ(plain.substr(3), flipped.substr(3)) << "only the first byte is spoilt";
 
     ASSERT_EQ(sim.control("unplug"), "ok");
     EXPECT_EQ(c.tbt(d, "@"), "<set failed>");

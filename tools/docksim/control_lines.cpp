@@ -35,6 +35,8 @@ const Verb kVerbs[] = {
     {"fan", 1, Kind::Dock, "fan [D] SPEED", "CD2: the fan speed 0..255 (j event)"},
     {"event", 1, Kind::Dock, "event [D] TEXT", "Thunderbolt: queue TEXT (one word) as an event"},
     {"rail", 2, Kind::Dock, "rail [D] R MV", "what voltage rail R reads, in millivolts"},
+    {"diskpack-id", 1, Kind::Dock, "diskpack-id [D] ID", "the diskpack id the dock answers, 0..15"},
+    {"guid", 1, Kind::Dock, "guid [D] HEX", "the diskpack GUID the dock answers, 8 bytes"},
     {"unplug", 0, Kind::Unplug, "unplug [D]",
      "the dock goes: its entries leave the registry;\n"
      "                                USB calls complete \"not attached\", Thunderbolt\n"
@@ -57,24 +59,6 @@ std::vector<std::string> words(const std::string& line)
     for (std::string w; in >> w;)
         out.push_back(w);
     return out;
-}
-
-bool hexBytesOf(const std::string& text, std::vector<uint8_t>& out)
-{
-    if (text.empty() || text.size() % 2)
-        return false;
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        int v = 0;
-        for (char c : text.substr(i, 2)) {
-            const int d = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
-                        : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : (c >= 'a' && c <= 'f') ? c - 'a' + 10 : -1;
-            if (d < 0)
-                return false;
-            v = v * 16 + d;
-        }
-        out.push_back(static_cast<uint8_t>(v));
-    }
-    return true;
 }
 
 } // namespace
@@ -138,7 +122,7 @@ std::string ControlLines::check(std::size_t index, const std::string& field, con
         const std::string addressText = std::string(digits.size() % 2, '0') + digits; // whole bytes
         if (!memory)
             return "check: this dock has no memory '" + field.substr(0, colon) + "'";
-        if (!hexBytesOf(addressText, address) || address.size() > 3 || !hexBytesOf(value, want))
+        if (!parseHexBytes(addressText, address) || address.size() > 3 || !parseHexBytes(value, want))
             return "check: " + field.substr(0, colon) + ":ADDR takes a hex address and hex bytes";
         std::size_t at = 0;
         for (uint8_t b : address)

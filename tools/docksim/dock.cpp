@@ -73,4 +73,22 @@ std::string hexBytes(const uint8_t* data, std::size_t size)
     return out;
 }
 
+bool parseHexBytes(const std::string& text, std::vector<uint8_t>& out)
+{
+    if (text.empty() || text.size() % 2)
+        return false;
+    for (std::size_t i = 0; i < text.size(); i += 2) {
+        int v = 0;
+        for (char c : text.substr(i, 2)) {
+            const int d = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
+                        : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : (c >= 'a' && c <= 'f') ? c - 'a' + 10 : -1;
+            if (d < 0)
+                return false;
+            v = v * 16 + d;
+        }
+        out.push_back(static_cast<uint8_t>(v));
+    }
+    return true;
+}
+
 } // namespace docksim

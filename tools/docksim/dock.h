@@ -61,5 +61,7 @@ bool parseOnOff(const std::string& text, const char* on, const char* off, bool& 
 // Upper-case hex of `value` in exactly `digits` digits.
 std::string hexDigits(unsigned value, int digits);
 std::string hexBytes(const uint8_t* data, std::size_t size);
+// Hex text (either case, whole bytes) to bytes; false when `text` is not that.
+bool parseHexBytes(const std::string& text, std::vector<uint8_t>& out);
 
 } // namespace docksim

@@ -247,7 +247,14 @@ Json Emulator::setProperties(int, const Json& rq, uint32_t& res)
     log("tbt " + std::to_string(dock.index()) + " " + printable(*command));
     if (dock.faults().take(Fault::NoReply))
         return Json::object();
-    const std::string reply = dock.faults().take(Fault::Nack) ? "N" : dock.command(*command);
+    const bool eepromRead = command->size() == 7 && (*command)[0] == 'R';
+    std::string reply = dock.faults().take(Fault::Nack) || (eepromRead && dock.faults().take(Fault::EepromReadFail))
+                            ? "N" : dock.command(*command);
+    if (eepromRead && reply.size() >= 3 && reply[0] == 'R' && dock.faults().take(Fault::EepromFlip)) {
+        std::vector<uint8_t> first;
+        parseHexBytes(reply.substr(1, 2), first);
+        reply.replace(1, 2, hexDigits(first.empty() ? 0xFFu : first[0] ^ 0xFFu, 2));
+    }
     e->properties.set("HostComms", Json::object().set("reply", reply));
     return Json::object();
 }
@@ -335,9 +342,10 @@ Json Emulator::async(int client, const Json& rq, uint32_t& res)
         return {};
     }
     Pending p{Clock::now(), client, c->dock, call, result::kSuccess, {}};
+    const bool eepromRead = cdb[0] == 0xDE && cdb[1] == 0x0C;
     if (!dock.plugged() || faults.take(Fault::NotAttached))
         p.result = result::kNotAttached;
-    else if (faults.take(Fault::IoError))
+    else if (faults.take(Fault::IoError) || (eepromRead && faults.take(Fault::EepromReadFail)))
         p.result = result::kError;
     else if (faults.take(Fault::NoReply))
         return Json::object();
@@ -346,6 +354,8 @@ Json Emulator::async(int client, const Json& rq, uint32_t& res)
     if (p.result != result::kSuccess) {
         p.data.clear();
     } else {
+        if (eepromRead && p.data.size() > 2 && faults.take(Fault::EepromFlip))
+            p.data[2] ^= 0xFF;
         if (faults.take(Fault::WrongSubcode))
             p.data[0] ^= 0x80;
         else if (faults.take(Fault::Late))

@@ -20,10 +20,14 @@ const FaultInfo kFaults[] = {
     {Fault::NoReply, "no-reply", true, "no completion for the next async call (its result 0)"},
     {Fault::WrongSubcode, "wrong-subcode", true, "the next reply's byte 0 is the subcode XOR 0x80"},
     {Fault::Late, "late", true, "the next completion comes 1500 ms after the call"},
+    {Fault::EepromFlip, "eeprom-flip", true, "the next EEPROM read (0x0C) has its first byte inverted"},
+    {Fault::EepromReadFail, "eeprom-read-fail", true, "the next EEPROM read (0x0C) completes with 0xE00002BC"},
     {Fault::Nack, "nack", false, "the next command is answered \"N\" and not carried out"},
     {Fault::NoReply, "no-reply", false, "the next command is not carried out; \"reply\" stays"},
     {Fault::PropertyRead, "property-read", false, "get_properties of the driver fails (0xE00002BC)"},
     {Fault::NoHostComms, "no-hostcomms", false, "get_properties of the driver lacks \"HostComms\""},
+    {Fault::EepromFlip, "eeprom-flip", false, "the next EEPROM read (R) has its first byte inverted"},
+    {Fault::EepromReadFail, "eeprom-read-fail", false, "the next EEPROM read (R) is answered \"N\""},
 };
 
 } // namespace
@@ -84,7 +88,7 @@ std::string Faults::help()
         for (const FaultInfo& info : kFaults)
             if (info.usb == usb) {
                 std::string name = info.name;
-                name.resize(15, ' ');
+                name.resize(18, ' ');
                 out += "    " + name + info.help + "\n";
             }
     }

@@ -19,6 +19,8 @@ enum class Fault {
     Nack,         // Thunderbolt: the command is answered "N" without being carried out
     PropertyRead, // Thunderbolt: reading the driver entry's properties fails
     NoHostComms,  // Thunderbolt: the driver entry's properties lack "HostComms"
+    EepromFlip,   // the next diskpack EEPROM read answers its first byte inverted
+    EepromReadFail, // the next diskpack EEPROM read fails
     Count
 };
 

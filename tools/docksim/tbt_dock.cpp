@@ -344,6 +344,14 @@ std::string TbtDock::control(const std::string& verb, const std::string& arg)
             !parseDecimal(arg.substr(space + 1), -32768, 32767, v))
             return "rail takes a rail 0.." + std::to_string(rails.size() - 1) + " and millivolts -32768..32767";
         rails[static_cast<std::size_t>(rail)] = v;
+    } else if (verb == "diskpack-id") {
+        if (!parseDecimal(arg, 0, 15, diskpackId_))
+            return "diskpack-id takes 0..15";
+    } else if (verb == "guid") {
+        std::vector<uint8_t> bytes;
+        if (!parseHexBytes(arg, bytes) || bytes.size() != guid_.size())
+            return "guid takes 8 bytes of hex";
+        std::copy(bytes.begin(), bytes.end(), guid_.begin());
     } else {
         return "a Thunderbolt dock has no '" + verb + "'";
     }

@@ -236,6 +236,19 @@ std::string UsbDock::control(const std::string& verb, const std::string& arg)
         railsMv_[static_cast<std::size_t>(rail)] = v;
         return "";
     }
+    if (verb == "diskpack-id") {
+        if (!parseDecimal(arg, 0, 15, v))
+            return "diskpack-id takes 0..15";
+        diskpackId_ = static_cast<uint8_t>(v);
+        return "";
+    }
+    if (verb == "guid") {
+        std::vector<uint8_t> bytes;
+        if (!parseHexBytes(arg, bytes) || bytes.size() != guid_.size())
+            return "guid takes 8 bytes of hex";
+        std::copy(bytes.begin(), bytes.end(), guid_.begin());
+        return "";
+    }
     return "the USB dock has no '" + verb + "'";
 }
 
