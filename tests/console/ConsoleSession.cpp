@@ -294,6 +294,10 @@ bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
         board.reply(command, replyLines.empty() ? std::vector<std::string> { "OK" } : replyLines);
         expectedWire.push_back(command);
     }
+    std::string expectedPrinted;
+    for (auto& [prompt, answer] : c.answers)
+        expectedPrinted += prompt + answer + "\n";
+    expectedPrinted += c.printed;
     board.takeReceived();
     console.takeOutput();
     const size_t start = console.output().size();
@@ -317,7 +321,7 @@ bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
     // been seen can a return to key mode mean the command is over.
     const bool wireSeen = board.waitForReceived(expectedWire.size());
     const bool printedSeen = waitUntil(
-        [&] { return console.output().size() >= start + c.printed.size(); }, ConsoleSession::deadlineMs);
+        [&] { return console.output().size() >= start + expectedPrinted.size(); }, ConsoleSession::deadlineMs);
     const bool back = console.waitForKeyMode();
 
     const auto received = board.takeReceived();
@@ -325,6 +329,6 @@ bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
     console.takeOutput();
     EXPECT_TRUE(wireSeen && printedSeen && back);
     EXPECT_EQ(received, expectedWire);
-    EXPECT_EQ(printed, c.printed);
-    return received == expectedWire && printed == c.printed;
+    EXPECT_EQ(printed, expectedPrinted);
+    return received == expectedWire && printed == expectedPrinted;
 }

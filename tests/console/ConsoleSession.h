@@ -103,8 +103,8 @@ struct KeyCase
     /** Command lines the board must receive, in order, with its reply to each
         (empty: "OK"). */
     std::vector<std::pair<std::string, std::vector<std::string>>> wire;
-    /** Everything the console prints from the key on, echoed answers included. */
-    std::string printed;
+    /** What the console prints after the prompts and the echoed answers. */
+    std::string printed = "";
 };
 
 /** Presses the key, answers its prompts, and checks the lines on the wire and

@@ -4,11 +4,13 @@
 namespace
 {
 /** An expander EEPROM behind the pass-through: blocks written with function
-    00 read back with function 01, optionally with one byte spoiled. */
+    00 read back with function 01, optionally with one byte spoiled or a
+    block refused. */
 struct ExpanderEeprom
 {
     std::map<int, std::string> blocks;
     int spoilBlock = -1;
+    int unreadableBlock = -1;
 
     std::optional<std::vector<std::string>> operator()(const std::string& line)
     {
@@ -20,6 +22,8 @@ struct ExpanderEeprom
         if (line.rfind("E010", 0) == 0 && line.size() == 5)
         {
             const int b = std::stoi(line.substr(4), nullptr, 16);
+            if (b == unreadableBlock)
+                return std::vector<std::string> { "N" };
             std::string data = blocks[b];
             if (b == spoilBlock)
                 data[10] = data[10] == '0' ? '1' : '0';
@@ -43,40 +47,38 @@ TEST_F(DesktopConsole, EveryKeyReachesTheWireAndPrintsItsLine)
 
     runAll({
         { 'A', { { "Disk:  ", "0" } }, { { "E03042C44", { "R10000001" } }, { "E05042C78", { "R5000C500AABBCCDD" } } },
-          "Disk:  0\nDisk address: 5000C500AABBCCDD\n" },
-        { 'B', { { "Phy: ", "11" } }, { { "E03042F18", { "R00000007" } } }, "Phy: 11\nPhy 11 errors 7\n" },
+          "Disk address: 5000C500AABBCCDD\n" },
+        { 'B', { { "Phy: ", "11" } }, { { "E03042F18", { "R00000007" } } }, "Phy 11 errors 7\n" },
         { 'C', {}, clearFrames, "Error counts cleared\n" },
-        { 'D', { { "Diskpack power: ", "1" } }, { { "D1", {} } }, "Diskpack power: 1\n" },
+        { 'D', { { "Diskpack power: ", "1" } }, { { "D1", {} } } },
         { 'E', {}, { { "E05000000", { "R500605BCDA10000F" } } }, "SAS address: 500605BCDA10000F\n" },
-        { 'F', { { "Phy: ", "9" } }, { { "E0204271000000003", {} }, { "E0204271000000001", {} } }, "Phy: 9\n" },
-        { 'H', { { "Id: ", "3" } }, { { "H3", {} } }, "Id: 3\n" },
+        { 'F', { { "Phy: ", "9" } }, { { "E0204271000000003", {} }, { "E0204271000000001", {} } } },
+        { 'H', { { "Id: ", "3" } }, { { "H3", {} } } },
         { 'I', {}, { { "I", { "RC" } } }, "Diskpack ID: c\n" },
-        { 'L', { { "LED (which, mode): ", "0 3" } }, { { "L3", {} } }, "LED (which, mode): 0 3\n" },
+        { 'L', { { "LED (which, mode): ", "0 3" } }, { { "L3", {} } } },
         { 'M', {}, { { "M", { "R0A1E" } } }, "Diskpack temperature Min: 10 Max: 30\n" },
         // Typed 0 is 1.5 Gbit/s, anything else 3 Gbit/s.
-        { 'N', { { "Phy, Min, Max (0=1.5,1=3): ", "9 0 5" } }, { { "E020424A080900000", {} } },
-          "Phy, Min, Max (0=1.5,1=3): 9 0 5\n" },
+        { 'N', { { "Phy, Min, Max (0=1.5,1=3): ", "9 0 5" } }, { { "E020424A080900000", {} } } },
         { 'O', {}, { { "O", { "R0100" } } }, "Operating hours: 256\n" },
-        { 'P', { { "Diskpack temperature check enable: ", "1" } }, { { "P1", {} } },
-          "Diskpack temperature check enable: 1\n" },
+        { 'P', { { "Diskpack temperature check enable: ", "1" } }, { { "P1", {} } } },
         { 'R', {}, { { "E06", {} } }, "SAS expander reset\n" },
         { 'U', {}, { { "U", { "RGUID-1" } } }, "Guid: GUID-1\n" },
         { 'V', {}, { { "V", { "R20" } } }, "Battery Voltage: 3200 mV\n" },
-        { 'X', { { "Set write protect: ", "1" } }, { { "X1", {} } }, "Set write protect: 1\n" },
+        { 'X', { { "Set write protect: ", "1" } }, { { "X1", {} } } },
         { 'Y', {}, { { "Y0", { "R0" } } }, "Diskpack is not write protected\n" },
-        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Reset eeprom: sure? y\nDone\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Done\n" },
     });
 }
 
 TEST_F(DesktopConsole, EmptyBaysRefusalsAndFailures)
 {
     runAll({
-        { 'A', { { "Disk:  ", "3" } }, { { "E03042044", { "R10000000" } } }, "Disk:  3\nDisk address: 0000000000000000\n" },
-        { 'B', { { "Phy: ", "12" } }, {}, "Phy: 12\nFailed\n" },
-        { 'N', { { "Phy, Min, Max (0=1.5,1=3): ", "7 0 0" } }, {}, "Phy, Min, Max (0=1.5,1=3): 7 0 0\nFailed\n" },
+        { 'A', { { "Disk:  ", "3" } }, { { "E03042044", { "R10000000" } } }, "Disk address: 0000000000000000\n" },
+        { 'B', { { "Phy: ", "12" } }, {}, "Failed\n" },
+        { 'N', { { "Phy, Min, Max (0=1.5,1=3): ", "7 0 0" } }, {}, "Failed\n" },
         { 'R', {}, { { "E06", { "N" } } }, "Failed\n" },
         { 'C', {}, { { "E0204031000000005", {} }, { "E0204071000000005", { "N" } } }, "Failed\n" },
-        { 'W', { { "Serial: ", "4096" } }, {}, "Serial: 4096\nProgramming EEPROM...\nWrite failed\n" },
+        { 'W', { { "Serial: ", "4096" } }, {}, "Programming EEPROM...\nWrite failed\n" },
     });
 }
 
@@ -98,6 +100,10 @@ TEST_F(DesktopConsole, ProgrammingTheExpanderEepromReportsItsResult)
     spoiled.spoilBlock = 1;
     ASSERT_NO_FATAL_FAILURE(runScripted('W', spoiled, "Serial: ", "1", "Programming EEPROM...\nVerify failed\n"));
     EXPECT_EQ(board->takeReceived().size(), 4u) << "stops at the block that differs";
+
+    ExpanderEeprom unreadable;
+    unreadable.unreadableBlock = 0;
+    ASSERT_NO_FATAL_FAILURE(runScripted('W', unreadable, "Serial: ", "1", "Programming EEPROM...\nRead failed\n"));
 }
 
 TEST_F(DesktopConsole, EventsArePrintedAsTheyArriveButNotTheDebugText)

@@ -1,8 +1,7 @@
 // The console's parts that carry rules of their own, driven in-process: the
-// command line, the board search's counting, the link test's rate, the menus'
-// mappings and the remote display demonstration.
+// command line, the board search's counting, the link test's rate and the
+// remote display demonstration.
 #include "console/LinkTest.h"
-#include "console/Menus.h"
 #include "console/RemoteDisplayDemo.h"
 #include "console/SerialConsole.h"
 #include "support/TestBoard.h"
@@ -183,31 +182,6 @@ TEST(ConsoleLinkTestRate, CountsTwentySixThousandCharactersAPass)
     EXPECT_EQ(LinkTest::rate(3), 8666666u);
     // A pass inside one millisecond must not divide by zero.
     EXPECT_EQ(LinkTest::rate(0), 26000000u);
-}
-
-TEST(ConsoleMenuMappings, PhySpeedsZonesAndProgrammingResults)
-{
-    EXPECT_EQ(Menus::desktopPhySpeed(0), sasSpeed1G5);
-    EXPECT_EQ(Menus::desktopPhySpeed(1), sasSpeed3G);
-    EXPECT_EQ(Menus::desktopPhySpeed(7), sasSpeed3G);
-
-    EXPECT_EQ(Menus::xferDualPhySpeed(0), sasSpeed1G5);
-    EXPECT_EQ(Menus::xferDualPhySpeed(1), sasSpeed3G);
-    EXPECT_EQ(Menus::xferDualPhySpeed(-4), sasSpeed3G);
-    EXPECT_EQ(Menus::xferDualPhySpeed(2), sasSpeed6G);
-    EXPECT_EQ(Menus::xferDualPhySpeed(9), sasSpeed6G);
-
-    EXPECT_STREQ(Menus::xferDualZoneName(0), "Diskpack 0");
-    EXPECT_STREQ(Menus::xferDualZoneName(1), "Diskpack 1");
-    EXPECT_STREQ(Menus::xferDualZoneName(2), "System");
-    EXPECT_STREQ(Menus::xferDualZoneName(5), "Diskpack 1");
-    EXPECT_STREQ(Menus::xferDualZoneName(-1), "Diskpack 1");
-
-    const char* results[] = { "Programming complete", "Write failed", "Write failed", "Read failed",
-                              "Verify failed", "Unknown failure" };
-    for (int code = 0; code < 6; ++code)
-        EXPECT_STREQ(Menus::programResultText(code), results[code]);
-    EXPECT_STREQ(Menus::programResultText(-1), "Unknown failure");
 }
 
 //==============================================================================

@@ -15,35 +15,31 @@ TEST_F(TransferConsole, EveryKeyReachesTheWireAndPrintsItsLine)
         { 'B', {}, { { "B", { "R50" } } }, "Battery Capacity: 80%\n" },
         { 'C', {}, { { "C", { "R0010" } } }, "Battery Current: 160 mA\n" },
         // The three power switches share one control value.
-        { 'D', { { "Diskpack power: ", "1" } }, { { "D1", {} } }, "Diskpack power: 1\n" },
-        { 'H', { { "Internal drive power: ", "1" } }, { { "D3", {} } }, "Internal drive power: 1\n" },
-        { 'T', { { "Tape drive power: ", "1" } }, { { "D7", {} } }, "Tape drive power: 1\n" },
+        { 'D', { { "Diskpack power: ", "1" } }, { { "D1", {} } } },
+        { 'H', { { "Internal drive power: ", "1" } }, { { "D3", {} } } },
+        { 'T', { { "Tape drive power: ", "1" } }, { { "D7", {} } } },
         { 'E', { { "Which expander: ", "2" } }, { { "E2", { "R5000C50012345678" } } },
-          "Which expander: 2\nSAS address 2: 5000C50012345678\n" },
-        { 'F', { { "Fan speed: ", "300" } }, { { "FFF", {} } }, "Fan speed: 300\n" },
+          "SAS address 2: 5000C50012345678\n" },
+        { 'F', { { "Fan speed: ", "300" } }, { { "FFF", {} } } },
         { 'I', {}, { { "I", { "RA" } } }, "Diskpack ID: a\n" },
-        { 'L', { { "LED (which, mode): ", "1 2" } }, { { "L8", {} } }, "LED (which, mode): 1 2\n" },
+        { 'L', { { "LED (which, mode): ", "1 2" } }, { { "L8", {} } } },
         { 'M', {}, { { "M", { "RF619" } } }, "Diskpack temperature Min: -10 Max: 25\n" },
         { 'N', {}, { { "N", { "R13" } }, { "N", { "R13" } } }, "3 internal disks, tape drive\n" },
         { 'O', {}, { { "O", { "R0010" } } }, "Operating hours: 16\n" },
-        { 'P', { { "Diskpack temperature check enable: ", "1" } }, { { "P1", {} } },
-          "Diskpack temperature check enable: 1\n" },
-        { 'R', { { "Num disks, tape drive: ", "3 1" } }, { { "R13", {} } }, "Num disks, tape drive: 3 1\n" },
+        { 'P', { { "Diskpack temperature check enable: ", "1" } }, { { "P1", {} } } },
+        { 'R', { { "Num disks, tape drive: ", "3 1" } }, { { "R13", {} } } },
         { 'S', { { "Which expander: ", "2" }, { "Address (return to reset): ", "5000C50012345678" } },
-          { { "S25000C50012345678", {} } }, "Which expander: 2\nAddress (return to reset): 5000C50012345678\n" },
+          { { "S25000C50012345678", {} } } },
         { 'U', {}, { { "U", { "R0011-2233" } } }, "Guid: 0011-2233\n" },
         { 'V', {}, { { "V", { "R10" } } }, "Battery Voltage: 3200 mV\n" },
-        { 'W', { { "Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): ", "3" } }, { { "W3", {} } },
-          "Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): 3\n" },
-        { 'X', { { "Set write protect (0 = pack, 1 = internal): ", "0 1" } }, { { "X01", {} } },
-          "Set write protect (0 = pack, 1 = internal): 0 1\n" },
-        { 'X', { { "Set write protect (0 = pack, 1 = internal): ", "5 1" } }, { { "X11", {} } },
-          "Set write protect (0 = pack, 1 = internal): 5 1\n" },
+        { 'W', { { "Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): ", "3" } }, { { "W3", {} } } },
+        { 'X', { { "Set write protect (0 = pack, 1 = internal): ", "0 1" } }, { { "X01", {} } } },
+        { 'X', { { "Set write protect (0 = pack, 1 = internal): ", "5 1" } }, { { "X11", {} } } },
         { 'Y', { { "Get write protect (0 = pack, 1 = internal): ", "0" } }, { { "Y0", { "R1" } } },
-          "Get write protect (0 = pack, 1 = internal): 0\nDiskpack is write protected\n" },
+          "Diskpack is write protected\n" },
         { 'Y', { { "Get write protect (0 = pack, 1 = internal): ", "1" } }, { { "Y1", { "R0" } } },
-          "Get write protect (0 = pack, 1 = internal): 1\nInternal disks are not write protected\n" },
-        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Reset eeprom: sure? y\nDone\n" },
+          "Internal disks are not write protected\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Done\n" },
     });
 }
 
@@ -53,12 +49,11 @@ TEST_F(TransferConsole, NotAvailableReadingsAndRefusals)
         { 'B', {}, { { "B", { "RFF" } } }, "Battery Capacity: not available\n" },
         { 'C', {}, { { "C", { "RFFFF" } } }, "Battery Current: not available\n" },
         { 'N', {}, { { "N", { "R02" } }, { "N", { "R02" } } }, "2 internal disks, no tape drive\n" },
-        { 'W', { { "Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): ", "6" } }, {},
-          "Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): 6\nFailed\n" },
+        { 'W', { { "Fan freq (0 - 5 = 904, 226, 113, 56(default), 28, 7): ", "6" } }, {}, "Failed\n" },
         { 'I', {}, { { "I", { "N" } } }, "Failed\n" },
         // The same LED mode again is not sent.
-        { 'L', { { "LED (which, mode): ", "0 1" } }, { { "L1", {} } }, "LED (which, mode): 0 1\n" },
-        { 'L', { { "LED (which, mode): ", "0 1" } }, {}, "LED (which, mode): 0 1\n" },
+        { 'L', { { "LED (which, mode): ", "0 1" } }, { { "L1", {} } } },
+        { 'L', { { "LED (which, mode): ", "0 1" } }, {} },
     });
 }
 
@@ -66,13 +61,11 @@ TEST_F(TransferConsole, ManualSasAddressResetAndTypos)
 {
     runAll({
         // Return at once hands the port back its own address.
-        { 'S', { { "Which expander: ", "1" }, { "Address (return to reset): ", "" } }, { { "S1", {} } },
-          "Which expander: 1\nAddress (return to reset): \n" },
+        { 'S', { { "Which expander: ", "1" }, { "Address (return to reset): ", "" } }, { { "S1", {} } } },
         // Anything but a full address is refused by the board class.
-        { 'S', { { "Which expander: ", "1" }, { "Address (return to reset): ", "5000C5001234567" } }, {},
-          "Which expander: 1\nAddress (return to reset): 5000C5001234567\nFailed\n" },
+        { 'S', { { "Which expander: ", "1" }, { "Address (return to reset): ", "5000C5001234567" } }, {}, "Failed\n" },
         { 'S', { { "Which expander: ", "3" }, { "Address (return to reset): ", "5000C500123456789" } }, {},
-          "Which expander: 3\nAddress (return to reset): 5000C500123456789\nFailed\n" },
+          "Failed\n" },
     });
 }
 
