@@ -1,19 +1,17 @@
 #pragma once
 
-#include "docks/platform/QueuedNotifications.h"
+#include "support/FakeDockRegistry.h"
+
 #include "docks/usb/CDB16.h"
 
-#include <functional>
-#include <map>
-#include <mutex>
 #include <optional>
 #include <vector>
 
-/** A scripted USB dock driver behind the platform seam: a small registry of
-    USB devices with driver services below them, a user client that records
-    each call, and a dock that answers command blocks as the test says. The
-    answers arrive as completions on the caller's notification loop. */
-class FakeUsbDockDriver : public NullDockPlatform
+/** A scripted USB dock driver: USB devices with driver services below them,
+    a user client that records each call, and a dock that answers command
+    blocks as the test says, by completions on the caller's notification loop.
+    By default the dock acknowledges each block with its subcode and 'U'. */
+class FakeUsbDockDriver : public FakeDockRegistry
 {
 public:
     struct Completion
@@ -24,72 +22,38 @@ public:
     };
     /** What the dock does with a block: a completion, or none ever. */
     using Responder = std::function<std::optional<Completion>(const CDB16&)>;
-
     struct Call
     {
-        uint32_t selector;
         CDB16 cdb;
         uint64_t replyLength;
     };
 
     static Completion reply(std::vector<uint8_t> bytes) { return { success, std::move(bytes), 3 }; }
 
-    // --- the registry ---
-    /** A USB device carrying the properties that are given. */
+    /** A USB device with the properties given, and a dock driver service below it. */
     Entry addDevice(std::optional<int> locationID, std::optional<juce::String> serial);
-    /** A dock driver service below `device`, matched by the driver's name. */
-    Entry addDriverService(Entry device);
-    Result matchResult = success;
+    Entry addDriverService(Entry device) { return add({}, device, "name:com_tarvoworks_driver_usbDockDriver"); }
 
-    // --- the user client ---
     Result openResult = success;
     Result issueResult = success; // what an asynchronous call returns
     void setScalarResult(uint32_t selector, Result result);
-
-    // --- the dock ---
     void respond(uint8_t subcode, Responder responder);
-    void answer(uint8_t subcode, const Completion& completion);
-    void silence(uint8_t subcode);
+    void answer(uint8_t subcode, const Completion& c) { respond(subcode, [c](const CDB16&) { return c; }); }
+    void silence(uint8_t subcode) { respond(subcode, [](const CDB16&) { return std::nullopt; }); }
 
-    // --- what happened ---
-    std::vector<Call> calls() const;
-    /** The blocks sent with `subcode`, in order. */
-    std::vector<CDB16> blocks(uint8_t subcode) const;
-    int scalarCalls(uint32_t selector) const;
-    int openCalls() const;
-    int closeCalls() const;
-    /** References handed out and not yet given back. */
-    int outstandingReferences() const;
+    /** The blocks issued as asynchronous "exec" calls; calls() has the rest by name. */
+    std::vector<Call> blocks(std::optional<uint8_t> subcode = std::nullopt) const;
     void clearCalls();
 
-    Result matchServicesByName(const juce::String& name, juce::Array<Entry>& services) override;
-    Entry getParent(Entry entry) override;
-    juce::var searchProperty(Entry entry, const juce::String& key) override;
     Result openService(Entry service, uint32_t type, Connection& connection) override;
     Result closeService(Connection connection) override;
     Result callScalarMethod(Connection connection, uint32_t selector, const uint64_t* input, uint32_t inputCount) override;
     Result callAsyncStructMethod(Connection connection, uint32_t selector, NotificationPort& port, AsyncCallback callback,
                                  void* refcon, const uint64_t* scalars, uint32_t scalarCount, const void* structInput,
                                  size_t structSize) override;
-    void retain(Object object) override;
-    void release(Object object) override;
-
-    static constexpr Connection connectionNumber = 900;
 
 private:
-    struct Node
-    {
-        Entry parent = 0;
-        juce::NamedValueSet properties;
-    };
-
-    mutable std::mutex lock;
-    std::map<Entry, Node> registry;
-    std::vector<Entry> driverServices;
-    Entry nextEntry = 1;
     std::map<uint32_t, Result> scalarResults;
     std::map<uint8_t, Responder> responders;
-    std::vector<Call> recorded;
-    std::map<uint32_t, int> scalarCounts;
-    int opens = 0, closes = 0, references = 0;
+    std::vector<Call> sent;
 };
