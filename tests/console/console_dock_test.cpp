@@ -382,7 +382,7 @@ TEST_F(DockConsoleTest, ThunderboltAutotestsAnsweredYesPass)
         console->line("77");
         ASSERT_TRUE(console->waitFor(tbtBanner));
         const auto out = console->output();
-        for (const std::string part : { d.begin, std::string("\n(Test 1/14) Diskpack insertion test:\n"), d.ownStep,
+        for (const std::string& part : { d.begin, std::string("\n(Test 1/14) Diskpack insertion test:\n"), d.ownStep,
                                         std::string("\n(Test 13/14) Dock serial number read test:\n"),
                                         std::string("Passed\n"), std::string("Diskpack write protect disabled\n") })
             EXPECT_NE(out.find(part), std::string::npos) << part;
