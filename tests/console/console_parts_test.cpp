@@ -1,6 +1,5 @@
 // The console's parts that carry rules of their own, driven in-process: the
-// command line, the board search's counting, the link test's rate and the
-// remote display demonstration.
+// command line, the link test's rate and the remote display demonstration.
 #include "console/LinkTest.h"
 #include "console/RemoteDisplayDemo.h"
 #include "console/SerialConsole.h"
@@ -61,118 +60,6 @@ TEST(ConsoleArguments, LinkPortIdAndCheckFlag)
 
     const char* junk[] = { "avrtest", "t", "two" };
     EXPECT_EQ(parseArguments(3, junk).id, 0);
-}
-
-//==============================================================================
-namespace
-{
-/** Boards on a bench: each id in `present` is one board that can be found
-    (and then is taken) once. */
-struct Bench
-{
-    std::vector<int> present;
-    std::vector<int> tried;
-    std::vector<int> closed;
-};
-
-class FakeBoard : public HardwareBoard
-{
-public:
-    explicit FakeBoard(Bench& b) : bench(b) {}
-    ~FakeBoard() override
-    {
-        if (foundId >= 0)
-            bench.closed.push_back(foundId);
-    }
-    void run() override {}
-    bool findAndOpen(int id) override
-    {
-        bench.tried.push_back(id);
-        const auto it = std::find(bench.present.begin(), bench.present.end(), id);
-        if (it == bench.present.end())
-            return false;
-        bench.present.erase(it);
-        foundId = id;
-        return true;
-    }
-    bool syncState() override { return true; }
-    void closeBoard(bool) override {}
-    const char* boardIdString() const override { return "Fake board"; }
-
-    int foundId = -1;
-
-private:
-    Bench& bench;
-};
-
-struct Search
-{
-    bool found;
-    std::vector<int> tried;
-    std::vector<int> closed;
-    int kept; // id of the board left open, -1 for none
-};
-
-Search search(std::vector<int> present, int id, bool check, int maxIds)
-{
-    Bench bench { std::move(present), {}, {} };
-    juce::OwnedArray<HardwareBoard> owned;
-    const bool found = searchBoards(owned, [&] { return new FakeBoard(bench); }, id, check, maxIds);
-    EXPECT_LE(owned.size(), 1);
-    const int kept = owned.isEmpty() ? -1 : static_cast<FakeBoard*>(owned.getLast())->foundId;
-    return { found, bench.tried, bench.closed, kept };
-}
-}
-
-TEST(ConsoleBoardSearch, WithoutCheckModeOneAttemptWithTheIdGiven)
-{
-    auto s = search({ 0, 2 }, 2, false, 4);
-    EXPECT_TRUE(s.found);
-    EXPECT_EQ(s.tried, (std::vector<int> { 2 }));
-    EXPECT_EQ(s.kept, 2);
-
-    s = search({ 0 }, 1, false, 4);
-    EXPECT_FALSE(s.found);
-    EXPECT_EQ(s.tried, (std::vector<int> { 1 }));
-}
-
-TEST(ConsoleBoardSearch, CheckModeRetriesAnIdAfterASuccessAndKeepsOnlyTheLast)
-{
-    auto s = search({ 0, 2, 2 }, 2, true, 4);
-    EXPECT_TRUE(s.found);
-    EXPECT_EQ(s.tried, (std::vector<int> { 0, 0, 1, 2 }));
-    EXPECT_EQ(s.kept, 2);
-    EXPECT_EQ(s.closed, (std::vector<int> { 0 }));
-
-    s = search({ 0, 2, 2 }, 3, true, 4);
-    EXPECT_TRUE(s.found);
-    EXPECT_EQ(s.tried, (std::vector<int> { 0, 0, 1, 2, 2 }));
-    EXPECT_EQ(s.closed, (std::vector<int> { 0, 2 }));
-}
-
-TEST(ConsoleBoardSearch, CheckModeGivesUpAtTheLastIdOfTheKind)
-{
-    auto s = search({ 0, 2, 2 }, 4, true, 4);
-    EXPECT_FALSE(s.found);
-    EXPECT_EQ(s.tried, (std::vector<int> { 0, 0, 1, 2, 2, 2, 3 }));
-    // Only the last board found stays open, until the console exits.
-    EXPECT_EQ(s.kept, 2);
-    EXPECT_EQ(s.closed, (std::vector<int> { 0, 2 }));
-
-    s = search({ 1 }, 2, true, 2);
-    EXPECT_FALSE(s.found);
-    EXPECT_EQ(s.tried, (std::vector<int> { 0, 1, 1 }));
-}
-
-TEST(ConsoleBoardSearch, CheckModeWithZeroOrANegativeCount)
-{
-    auto s = search({ 3 }, 0, true, 4);
-    EXPECT_TRUE(s.found);
-    EXPECT_EQ(s.tried, (std::vector<int> { 0, 1, 2, 3 }));
-
-    s = search({ 0 }, -1, true, 4);
-    EXPECT_FALSE(s.found);
-    EXPECT_TRUE(s.tried.empty());
 }
 
 //==============================================================================
