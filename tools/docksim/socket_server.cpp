@@ -140,6 +140,12 @@ bool SocketServer::flush(Client& client)
 {
     while (!client.out.empty()) {
         const ssize_t n = ::send(client.fd, client.out.data(), client.out.size(), MSG_NOSIGNAL);
+        if (n < 0 && (errno == EPIPE || errno == ECONNRESET)) {
+            // The product went away with a completion still due; the read side
+            // sees the hang-up and drops the connection quietly.
+            client.out.clear();
+            return true;
+        }
         if (n < 0)
             return errno == EAGAIN || errno == EINTR ? client.out.size() < kMaxBacklog : false;
         client.out.erase(0, static_cast<std::size_t>(n));
