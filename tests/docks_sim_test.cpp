@@ -104,6 +104,12 @@ struct DockCase
     std::string eventSeen;
 };
 
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const DockCase& c, std::ostream* os)
+{
+    *os << c.name;
+}
+
 bool getUsbId(HardwareBoard& b)
 {
     int id = -1;
