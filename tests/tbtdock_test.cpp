@@ -212,7 +212,7 @@ TEST_F(TbtTest, TwoFailedPollsInARowCloseTheBoardButOneIsTolerated)
 //==============================================================================
 TEST_F(TbtTest, EventsAreDecodedByEachDocksTable)
 {
-    const auto all = TbtDockBoard::allEvents;
+    const auto all = TbtDockEventListener::allEvents;
     const struct
     {
         bool cd2;
@@ -232,7 +232,7 @@ TEST_F(TbtTest, EventsAreDecodedByEachDocksTable)
         { true, all, "l1", nullptr, "l" },
         { false, all, "j40", nullptr, "j" },
         { false, all, "T19", nullptr, "T" },
-        { true, all & ~TbtDockBoard::dockTemperatureEventBit, "t19", nullptr, nullptr },
+        { true, all & ~TbtDockEventListener::dockTemperatureEventBit, "t19", nullptr, nullptr },
         { false, TbtSingleBoardEventListener::diskpackLedEventBit, "l0", "led off", nullptr },
         { true, TbtCd2BoardEventListener::fanSpeedEventBit, "b1", nullptr, nullptr },
     };

@@ -1,15 +1,13 @@
 #pragma once
 
 #include "docks/thunderbolt/MarvellCommsBoard.h"
+#include "link/EventTable.h"
 
-/** What the two Thunderbolt docks have in common: the driver they sit behind,
-    their bootloader, the command set of their firmware, the registry walks to
-    the disks and the Thunderbolt port, and the decoding of their events by a
-    table of event kinds. */
-class TbtDockBoard : public MarvellCommsBoard
+/** The events both Thunderbolt docks report. Each dock's listener adds its
+    sixth operation after these five: the docks call them by position. */
+class TbtDockEventListener : public HardwareBoardEventListener
 {
 public:
-    /** The event bits both docks share; the sixth (32) is each dock's own. */
     static constexpr uint32_t debugEventBit = 1;
     static constexpr uint32_t dockTemperatureEventBit = 2;
     static constexpr uint32_t diskpackTemperatureEventBit = 4;
@@ -18,6 +16,43 @@ public:
     static constexpr uint32_t sixthEventBit = 32;
     static constexpr uint32_t allEvents = 63;
 
+    explicit TbtDockEventListener(uint32_t mask = allEvents) : HardwareBoardEventListener(mask) {}
+
+    virtual void debugText(const juce::String& text) = 0;
+    /** Signed degrees Celsius. */
+    virtual void dockTemperature(int degrees) = 0;
+    virtual void diskpackTemperature(int degrees) = 0;
+    virtual void diskpackChanged(bool present, bool fault) = 0;
+    virtual void ejectButton(bool down) = 0;
+};
+
+/** The five event rows both docks share, for a dock's own listener type, so
+    its table holds only the sixth row besides them. */
+template <class Listener>
+struct TbtDockEventRows
+{
+    static constexpr EventRow<Listener> debug { 'd', Listener::debugEventBit, EventDecoding::text,
+                                                [](Listener& l, const EventValue& v) { l.debugText(v.text); } };
+    static constexpr EventRow<Listener> dockTemperature {
+        't', Listener::dockTemperatureEventBit, EventDecoding::signedNumber,
+        [](Listener& l, const EventValue& v) { l.dockTemperature(v.number); } };
+    static constexpr EventRow<Listener> diskpackTemperature {
+        'p', Listener::diskpackTemperatureEventBit, EventDecoding::signedNumber,
+        [](Listener& l, const EventValue& v) { l.diskpackTemperature(v.number); } };
+    static constexpr EventRow<Listener> diskpack {
+        'i', Listener::diskpackEventBit, EventDecoding::number,
+        [](Listener& l, const EventValue& v) { l.diskpackChanged((v.raw & 1) != 0, (v.raw & 2) != 0); } };
+    static constexpr EventRow<Listener> ejectButton { 'b', Listener::ejectButtonEventBit, EventDecoding::number,
+                                                      [](Listener& l, const EventValue& v) { l.ejectButton(v.raw != 0); } };
+};
+
+/** What the two Thunderbolt docks have in common: the driver they sit behind,
+    their bootloader, the command set of their firmware, the registry walks to
+    the disks and the Thunderbolt port, and the decoding of their events by a
+    table of event kinds. */
+class TbtDockBoard : public MarvellCommsBoard
+{
+public:
     /** The most diskpack EEPROM bytes one command moves. */
     static constexpr int maxEepromTransfer = 32;
 

@@ -4,15 +4,10 @@ namespace
 {
 using L = TbtSingleBoardEventListener;
 
+using Shared = TbtDockEventRows<L>;
+
 const EventRow<L> events[] = {
-    { 'd', L::debugEventBit, EventDecoding::text, [](L& l, const EventValue& v) { l.debugText(v.text); } },
-    { 't', L::dockTemperatureEventBit, EventDecoding::signedNumber,
-      [](L& l, const EventValue& v) { l.dockTemperature(v.number); } },
-    { 'p', L::diskpackTemperatureEventBit, EventDecoding::signedNumber,
-      [](L& l, const EventValue& v) { l.diskpackTemperature(v.number); } },
-    { 'i', L::diskpackEventBit, EventDecoding::number,
-      [](L& l, const EventValue& v) { l.diskpackChanged((v.raw & 1) != 0, (v.raw & 2) != 0); } },
-    { 'b', L::ejectButtonEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.ejectButton(v.raw != 0); } },
+    Shared::debug, Shared::dockTemperature, Shared::diskpackTemperature, Shared::diskpack, Shared::ejectButton,
     { 'l', L::diskpackLedEventBit, EventDecoding::number, [](L& l, const EventValue& v) { l.diskpackLed(v.raw != 0); } },
 };
 } // namespace

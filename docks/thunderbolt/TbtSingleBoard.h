@@ -2,26 +2,14 @@
 
 #include "docks/thunderbolt/TbtDockBoard.h"
 
-/** Events of the Thunderbolt single dock, in the order the dock numbers them. */
-class TbtSingleBoardEventListener : public HardwareBoardEventListener
+/** Events of the Thunderbolt single dock: the five both docks report, then its own. */
+class TbtSingleBoardEventListener : public TbtDockEventListener
 {
 public:
-    static constexpr uint32_t debugEventBit = TbtDockBoard::debugEventBit;
-    static constexpr uint32_t dockTemperatureEventBit = TbtDockBoard::dockTemperatureEventBit;
-    static constexpr uint32_t diskpackTemperatureEventBit = TbtDockBoard::diskpackTemperatureEventBit;
-    static constexpr uint32_t diskpackEventBit = TbtDockBoard::diskpackEventBit;
-    static constexpr uint32_t ejectButtonEventBit = TbtDockBoard::ejectButtonEventBit;
-    static constexpr uint32_t diskpackLedEventBit = TbtDockBoard::sixthEventBit;
-    static constexpr uint32_t allEvents = TbtDockBoard::allEvents;
+    static constexpr uint32_t diskpackLedEventBit = sixthEventBit;
 
-    explicit TbtSingleBoardEventListener(uint32_t mask = allEvents) : HardwareBoardEventListener(mask) {}
+    using TbtDockEventListener::TbtDockEventListener;
 
-    virtual void debugText(const juce::String& text) = 0;
-    /** Signed degrees Celsius. */
-    virtual void dockTemperature(int degrees) = 0;
-    virtual void diskpackTemperature(int degrees) = 0;
-    virtual void diskpackChanged(bool present, bool fault) = 0;
-    virtual void ejectButton(bool down) = 0;
     virtual void diskpackLed(bool on) = 0;
 };
 
