@@ -183,17 +183,7 @@ bool ControlBoard::reopenPort()
 
 void ControlBoard::closeBoard(bool fromOwnThread)
 {
-    if (fromOwnThread)
-    {
-        // If the console is closing the board right now it is also waiting for
-        // this thread to end: let it finish the job.
-        const juce::ScopedTryLock tl(closeLock);
-        if (tl.isLocked())
-            closeOpenBoard(true);
-        return;
-    }
-    const juce::ScopedLock sl(closeLock);
-    closeOpenBoard(false);
+    closeOnce(fromOwnThread, [this](bool fromThread) { closeOpenBoard(fromThread); });
 }
 
 void ControlBoard::closeOpenBoard(bool fromOwnThread)

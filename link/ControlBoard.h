@@ -78,8 +78,6 @@ private:
 
     void closeOpenBoard(bool fromOwnThread);
 
-    // Serialises closing between the console and the board's own thread.
-    juce::CriticalSection closeLock;
 
     JUCE_DECLARE_NON_COPYABLE(ControlBoard)
 };

@@ -243,3 +243,16 @@ bool HardwareBoard::sendCommandGetArrayResponse(char cmd, const char* text, unsi
     const bool sent = sendCommandInternal(buildCommand(cmd, text), reply, true);
     return decodeArrayReply(sent, reply, out, count);
 }
+
+void HardwareBoard::closeOnce(bool fromOwnThread, const std::function<void(bool)>& closeOpen)
+{
+    if (fromOwnThread)
+    {
+        const juce::ScopedTryLock tl(closeLock);
+        if (tl.isLocked())
+            closeOpen(true);
+        return;
+    }
+    const juce::ScopedLock sl(closeLock);
+    closeOpen(false);
+}

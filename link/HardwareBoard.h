@@ -121,6 +121,12 @@ protected:
                                  + juce::String::charToString(letter) + "'");
     }
 
+    /** Closes the board once, whoever asks: `closeOpen(fromOwnThread)` runs
+        under the close lock. A close from the board's own thread gives way
+        when the console is closing the board already, since the console then
+        waits for that very thread to end. */
+    void closeOnce(bool fromOwnThread, const std::function<void(bool)>& closeOpen);
+
     /** Writes a link diagnostic unless the board is quiet. */
     void logLine(const juce::String& text) const;
 
@@ -143,6 +149,8 @@ private:
     // The version text is written by discovery and cleared by close, possibly
     // on the event thread, while the console reads it.
     juce::CriticalSection versionLock;
+    // Serialises closing between the console and the board's own thread.
+    juce::CriticalSection closeLock;
 
     JUCE_DECLARE_NON_COPYABLE(HardwareBoard)
 };

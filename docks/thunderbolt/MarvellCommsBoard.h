@@ -61,8 +61,6 @@ private:
     // Serialises exchanges: a command and a poll never interleave their
     // set-property and read-property steps.
     juce::CriticalSection exchangeLock;
-    // Serialises closing between the console and the board's own thread.
-    juce::CriticalSection closeLock;
 
     JUCE_DECLARE_NON_COPYABLE(MarvellCommsBoard)
 };
