@@ -103,13 +103,6 @@ TEST(FirmwareGeometryDeathTest, AnUnknownVariantIsFatal)
     EXPECT_DEATH(up.getFlashPageSize(), "");
 }
 
-TEST(FirmwareUpdaters, SerialBoardsGetTheXBootUpdater)
-{
-    TestBoard board;
-    std::unique_ptr<HardwareBoardFWUpdater> up(board.getFWUpdater());
-    EXPECT_NE(nullptr, dynamic_cast<XBootFWUpdater*>(up.get()));
-}
-
 //==============================================================================
 TEST(XBoot2, RequestsCarryLowerCaseHexAndTheCrcOfTheRawBytes)
 {

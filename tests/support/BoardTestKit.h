@@ -237,23 +237,6 @@ std::pair<int, int> repliedPair(Board& board, const juce::String& reply, Get get
     return readPair(board, get, args...);
 }
 
-/** Feeds events that no listener of the board knows: none reaches a
-    listener, and the board's `listener` class logs each. */
-template <class Listener, class Board>
-void expectUnknownEventsLogged(Board& board, const LogCapture& log, std::initializer_list<const char*> lines,
-                               const char* listener)
-{
-    Listener all;
-    board.registerListener(&all);
-    feed(board, lines);
-    board.deregisterListener(&all);
-    EXPECT_TRUE(all.calls().empty());
-    std::string letters;
-    for (auto* line : lines)
-        letters += line[0];
-    EXPECT_EQ(log.lines(), unknownEvents(listener, letters));
-}
-
 /** A private device directory with the emulator publishing boards in it. */
 struct SimTest : ::testing::Test
 {
