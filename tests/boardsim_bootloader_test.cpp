@@ -4,6 +4,7 @@
 #include "boardsim/options.h"
 #include "boardsim/personality.h"
 #include "boardsim/personality_bootloader.h"
+#include "support/EmulatedBoard.h"
 #include "support/SimProcess.h"
 
 #include <gtest/gtest.h>
@@ -61,48 +62,11 @@ std::string readAnswer(int page, const std::vector<unsigned char>& data)
     return hex(withSum);
 }
 
-/** A board as the emulator runs it: the personality it has now, handing over
-    as told, fed whole requests or any split of them. */
-struct Emulated
+/** A board of type `letter` with id 3, running its application or waiting
+    in its bootloader. */
+struct Emulated : EmulatedBoard
 {
-    std::unique_ptr<Personality> personality;
-    Faults faults;
-
-    explicit Emulated(char letter, bool inBootloader = false)
-    {
-        BoardInfo info(letter, 3, "V1.00");
-        info.inBootloader = inBootloader;
-        personality = makePersonality(info);
-    }
-
-    /** Everything the board sends back for `bytes`, delivered `chunk` bytes at a time. */
-    std::string feed(const std::string& bytes, std::size_t chunk = 4096)
-    {
-        std::string sent;
-        for (std::size_t at = 0; at < bytes.size();)
-        {
-            const std::size_t n = std::min(chunk, bytes.size() - at);
-            Replier r;
-            std::size_t used = n;
-            if (personality->takesBytes())
-            {
-                used = personality->receive(bytes.data() + at, n, faults, r).consumed;
-            }
-            else
-            {
-                // Lines only, as the board's line reader would cut them.
-                const auto nl = bytes.find('\n', at);
-                used = nl - at + 1;
-                personality->handle(bytes.substr(at, nl - at), r);
-            }
-            for (auto& item : r.items())
-                sent += item.kind == Replier::Kind::Raw ? item.bytes : item.bytes + "\r\n";
-            if (auto next = r.takeSuccessor())
-                personality = std::move(next);
-            at += used;
-        }
-        return sent;
-    }
+    explicit Emulated(char letter, bool inBootloader = false) : EmulatedBoard(letter, "V1.00", 3, inBootloader) {}
 };
 }
 

@@ -6,65 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "boardsim/personality.h"
+#include "support/EmulatedBoard.h"
 
 using namespace boardsim;
 
 namespace {
 
-struct Answer {
-    std::string final;               // the closing line
-    std::vector<std::string> events; // lines sent on their own, in order
-};
-
-class Emulated {
-public:
-    explicit Emulated(char letter, const std::string& version = "V1.00", int id = 0)
-    {
-        BoardInfo info;
-        info.letter = letter;
-        info.id = id;
-        info.version = version;
-        p_ = makePersonality(info);
-    }
-
-    Answer send(const std::string& line)
-    {
-        Replier r;
-        p_->handle(line, r);
-        return collect(r);
-    }
-    std::string final(const std::string& line) { return send(line).final; }
-
-    Answer control(const std::string& verb, const std::string& args, bool expectOk = true)
-    {
-        Replier r;
-        std::string error;
-        EXPECT_EQ(p_->control(verb, args, r, error), expectOk) << verb << " " << args << ": " << error;
-        return collect(r);
-    }
-
-    Personality& personality() { return *p_; }
-
-private:
-    static Answer collect(const Replier& r)
-    {
-        Answer a;
-        int finals = 0;
-        for (const auto& item : r.items()) {
-            if (item.kind == Replier::Kind::Final) {
-                a.final = item.bytes;
-                ++finals;
-            } else {
-                a.events.push_back(item.bytes);
-            }
-        }
-        EXPECT_LE(finals, 1) << "more than one closing line";
-        return a;
-    }
-    std::unique_ptr<Personality> p_;
-};
-
+using Emulated = EmulatedBoard;
 using Lines = std::vector<std::string>;
 
 // Each line must be refused with "N".
@@ -172,11 +120,11 @@ TEST(EmulatedRemote, GraphicsAndPoll)
     EXPECT_EQ(r.control("key", "102").events, Lines{"k0102"});
 
     Replier quiet;
-    r.personality().tick(quiet);
+    r.personality->tick(quiet);
     EXPECT_TRUE(quiet.items().empty()) << "touch events are off";
     EXPECT_EQ(r.final("Q1"), "OK");
     Replier touch;
-    r.personality().tick(touch);
+    r.personality->tick(touch);
     ASSERT_EQ(touch.items().size(), 2u);
     EXPECT_EQ(touch.items()[0].bytes.size(), 41u);
     EXPECT_EQ(touch.items()[1].bytes, "f0200021002200230024002500260027002800290");

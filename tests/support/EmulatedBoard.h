@@ -1,0 +1,100 @@
+#pragma once
+
+#include "boardsim/faults.h"
+#include "boardsim/personality.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+/** A board as the emulator runs it, driven directly without a pty: the
+    personality it has now, handing over to the next when told. */
+struct EmulatedBoard
+{
+    /** What a board sent for one line: its closing line, and the lines it
+        sent on their own, in order. */
+    struct Answer
+    {
+        std::string final;
+        std::vector<std::string> events;
+    };
+
+    std::unique_ptr<boardsim::Personality> personality;
+    boardsim::Faults faults;
+
+    explicit EmulatedBoard(char letter, const std::string& version = "V1.00", int id = 0, bool inBootloader = false)
+    {
+        boardsim::BoardInfo info(letter, id, version);
+        info.inBootloader = inBootloader;
+        personality = boardsim::makePersonality(info);
+    }
+
+    Answer send(const std::string& line)
+    {
+        boardsim::Replier r;
+        personality->handle(line, r);
+        return collect(r);
+    }
+    std::string final(const std::string& line) { return send(line).final; }
+
+    Answer control(const std::string& verb, const std::string& args, bool expectOk = true)
+    {
+        boardsim::Replier r;
+        std::string error;
+        EXPECT_EQ(personality->control(verb, args, r, error), expectOk) << verb << " " << args << ": " << error;
+        return collect(r);
+    }
+
+    /** Everything the board sends back for `bytes`, delivered `chunk` bytes at
+        a time: raw to a bootloader, as whole lines to an application. */
+    std::string feed(const std::string& bytes, std::size_t chunk = 4096)
+    {
+        std::string sent;
+        for (std::size_t at = 0; at < bytes.size();)
+        {
+            const std::size_t n = std::min(chunk, bytes.size() - at);
+            boardsim::Replier r;
+            std::size_t used = n;
+            if (personality->takesBytes())
+            {
+                used = personality->receive(bytes.data() + at, n, faults, r).consumed;
+            }
+            else
+            {
+                const auto nl = bytes.find('\n', at);
+                used = nl - at + 1;
+                personality->handle(bytes.substr(at, nl - at), r);
+            }
+            for (auto& item : r.items())
+                sent += item.kind == boardsim::Replier::Kind::Raw ? item.bytes : item.bytes + "\r\n";
+            if (auto next = r.takeSuccessor())
+                personality = std::move(next);
+            at += used;
+        }
+        return sent;
+    }
+
+private:
+    static Answer collect(const boardsim::Replier& r)
+    {
+        Answer a;
+        int finals = 0;
+        for (const auto& item : r.items())
+        {
+            if (item.kind == boardsim::Replier::Kind::Final)
+            {
+                a.final = item.bytes;
+                ++finals;
+            }
+            else
+            {
+                a.events.push_back(item.bytes);
+            }
+        }
+        EXPECT_LE(finals, 1) << "more than one closing line";
+        return a;
+    }
+};
