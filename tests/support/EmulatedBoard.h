@@ -59,12 +59,9 @@ struct EmulatedBoard
             boardsim::Replier r;
             std::size_t used = n;
             if (personality->takesBytes())
-            {
                 used = personality->receive(bytes.data() + at, n, faults, r).consumed;
-            }
-            else
+            else if (const auto nl = bytes.find('\n', at); nl != std::string::npos)
             {
-                const auto nl = bytes.find('\n', at);
                 used = nl - at + 1;
                 personality->handle(bytes.substr(at, nl - at), r);
             }
@@ -83,17 +80,10 @@ private:
         Answer a;
         int finals = 0;
         for (const auto& item : r.items())
-        {
-            if (item.kind == boardsim::Replier::Kind::Final)
-            {
-                a.final = item.bytes;
-                ++finals;
-            }
-            else
-            {
+            if (item.kind != boardsim::Replier::Kind::Final)
                 a.events.push_back(item.bytes);
-            }
-        }
+            else if (++finals == 1)
+                a.final = item.bytes;
         EXPECT_LE(finals, 1) << "more than one closing line";
         return a;
     }
