@@ -549,15 +549,7 @@ TEST_F(DockConsoleTest, AKilledAutotestLeavesNoRecordBehind)
 }
 
 //==============================================================================
-// These need docksim control lines asked for in .docksim-requests.txt; until
-// the emulator has them they are reported as skipped, not passed.
-namespace
-{
-bool simHas(SimProcess& sim, const std::string& line)
-{
-    return sim.control(line) == "ok";
-}
-}
+// Readings and faults the emulator is told to give.
 
 TEST_F(DockConsoleTest, DiskpackIdTwoPassesOnThunderboltButNotOnUsb)
 {
@@ -569,8 +561,7 @@ TEST_F(DockConsoleTest, DiskpackIdTwoPassesOnThunderboltButNotOnUsb)
     {
         SCOPED_TRACE(d.letter);
         start(d.letter);
-        if (!simHas(*sim, "diskpack-id 0 2"))
-            GTEST_SKIP() << "docksim has no 'diskpack-id' control line";
+        ASSERT_EQ("ok", sim->control("diskpack-id 0 2"));
         ASSERT_TRUE(console->key('!'));
         if (d.letter == "m")
             answerFirstTwo();
@@ -590,8 +581,7 @@ TEST_F(DockConsoleTest, AGuidPassesOnlyWhenItBeginsWith28)
     {
         SCOPED_TRACE(c.guid);
         start("n");
-        if (!simHas(*sim, "guid 0 " + c.guid))
-            GTEST_SKIP() << "docksim has no 'guid' control line";
+        ASSERT_EQ("ok", sim->control("guid 0 " + c.guid));
         ASSERT_TRUE(console->key('!'));
         answerFirstTwo();
         EXPECT_TRUE(console->waitFor("Diskpack Guid: " + c.guid + "... " + c.verdict + "\n"));
@@ -611,8 +601,7 @@ TEST_F(DockConsoleTest, EepromMismatchFailsButAnUnreadablePageAloneDoesNot)
     {
         SCOPED_TRACE(c.fault);
         start("m");
-        if (!simHas(*sim, "fault 0 " + c.fault))
-            GTEST_SKIP() << "docksim has no '" << c.fault << "' fault";
+        ASSERT_EQ("ok", sim->control("fault 0 " + c.fault));
         ASSERT_TRUE(console->key('W'));
         EXPECT_TRUE(console->waitFor(c.printed));
         console.reset();
