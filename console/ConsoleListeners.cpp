@@ -1,23 +1,12 @@
 #include "console/ConsoleListeners.h"
 
+#include "console/EventPrinter.h"
 #include "console/RemoteDisplayDemo.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 namespace
 {
-/** One event's output, sent at once: the console thread may be waiting in a
-    prompt with nothing else to flush. */
-__attribute__((format(printf, 1, 2))) void printEvent(const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    vprintf(format, args);
-    va_end(args);
-    fflush(stdout);
-}
-
 void printTouchValues(const char* label, const unsigned short* values, const char* end)
 {
     printf("\r%s:", label);

@@ -1,19 +1,11 @@
 #include "console/dock/DockConsoleListeners.h"
 
-#include <cstdarg>
+#include "console/EventPrinter.h"
+
 #include <cstdio>
 
 namespace
 {
-__attribute__((format(printf, 1, 2))) void printEvent(const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    vprintf(format, args);
-    va_end(args);
-    fflush(stdout);
-}
-
 const char* presence(bool present)
 {
     return present ? "present" : "absent";

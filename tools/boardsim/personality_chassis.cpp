@@ -42,7 +42,7 @@ public:
         const auto w = serial::words(args);
         int v = 0;
         if (verb == "insert" || verb == "eject") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], 0, kBays - 1, v))
+            if (w.size() != 1 || !serial::parseDecimal(w[0], 0, kBays - 1, v))
                 return fail(error, verb + " needs a bay 0..3");
             present_[static_cast<std::size_t>(v)] = verb == "insert";
             out.event(bayEvent(v));
@@ -56,14 +56,14 @@ public:
         }
         if (verb == "volume" || verb == "brightness") {
             const int max = verb == "volume" ? 31 : 15;
-            if (w.size() != 1 || !serial::decimalArg(w[0], 0, max, v))
+            if (w.size() != 1 || !serial::parseDecimal(w[0], 0, max, v))
                 return fail(error, verb + " needs 0.." + std::to_string(max));
             (verb == "volume" ? volume_ : brightness_) = v;
             out.event((verb == "volume" ? "v" : "r") + hex(v, 2));
             return true;
         }
         if (verb == "shuttle") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v))
+            if (w.size() != 1 || !serial::parseDecimal(w[0], -128, 127, v))
                 return fail(error, "shuttle needs -128..127");
             shuttle_ = v;
             out.event("s" + serial::signedByteHex(v));
@@ -77,7 +77,7 @@ public:
         }
         if (verb == "connect") {
             bool on = false;
-            if (w.size() != 2 || !serial::decimalArg(w[0], 0, 1, v) || !flagArg(w[1], on))
+            if (w.size() != 2 || !serial::parseDecimal(w[0], 0, 1, v) || !flagArg(w[1], on))
                 return fail(error, "connect needs a bay 0..1 and 0 or 1");
             connected_[static_cast<std::size_t>(v)] = on;
             return true;

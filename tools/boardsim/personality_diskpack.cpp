@@ -47,7 +47,7 @@ public:
             return true;
         }
         if (verb == "temp") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v))
+            if (w.size() != 1 || !serial::parseDecimal(w[0], -128, 127, v))
                 return fail(error, "temp needs degrees -128..127");
             temperature_.set(v);
             if (temperatureEvents_)
@@ -55,7 +55,7 @@ public:
             return true;
         }
         if (verb == "hours") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], 0, 0xFFFF, v))
+            if (w.size() != 1 || !serial::parseDecimal(w[0], 0, 0xFFFF, v))
                 return fail(error, "hours needs 0..65535");
             hours_ = v;
             return true;

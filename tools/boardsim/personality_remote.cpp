@@ -50,7 +50,7 @@ public:
             return true;
         }
         if (verb == "encoder") {
-            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v))
+            if (w.size() != 1 || !serial::parseDecimal(w[0], -128, 127, v))
                 return fail(error, "encoder needs steps -128..127");
             out.event("e" + serial::signedByteHex(v));
             return true;

@@ -84,27 +84,6 @@ std::string hex(std::uint32_t value, std::size_t digits)
     return s;
 }
 
-bool decimalArg(const std::string& text, long lo, long hi, int& value)
-{
-    if (text.empty() || text.size() > 11)
-        return false;
-    std::size_t i = (text[0] == '-' || text[0] == '+') ? 1 : 0;
-    if (i == text.size())
-        return false;
-    long v = 0;
-    for (; i < text.size(); ++i) {
-        if (text[i] < '0' || text[i] > '9')
-            return false;
-        v = v * 10 + (text[i] - '0');
-    }
-    if (text[0] == '-')
-        v = -v;
-    if (v < lo || v > hi)
-        return false;
-    value = static_cast<int>(v);
-    return true;
-}
-
 bool hexControlArg(const std::string& text, std::size_t maxDigits, int& value)
 {
     if (text.empty() || text.size() > maxDigits)

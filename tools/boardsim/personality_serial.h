@@ -7,6 +7,8 @@
 // them that way, so a board that accepted lower case would hide a regression.
 #pragma once
 
+#include "simcore/simcore.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -69,7 +71,7 @@ std::string hex(std::uint32_t value, std::size_t digits);
 inline std::string signedByteHex(int value) { return hex(static_cast<std::uint32_t>(value) & 0xFF, 2); }
 
 // Control line arguments: a decimal integer, optionally signed.
-bool decimalArg(const std::string& text, long lo, long hi, int& value);
+using simcore::parseDecimal;
 
 // Control line arguments: hex of either case, 1 to `maxDigits` digits.
 bool hexControlArg(const std::string& text, std::size_t maxDigits, int& value);

@@ -54,7 +54,7 @@ public:
         }
         if (verb == "temp") {
             int v = 0;
-            if (w.size() != 1 || !serial::decimalArg(w[0], -128, 127, v))
+            if (w.size() != 1 || !serial::parseDecimal(w[0], -128, 127, v))
                 return fail(error, "temp needs degrees -128..127");
             temperature_.set(v);
             if (temperatureEvents_ && packPresent_)

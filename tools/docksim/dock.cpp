@@ -27,27 +27,6 @@ std::string Dock::diskSerial(int disk) const
     return "SIMDISK" + std::to_string(index_) + std::to_string(disk) + "Z" + std::to_string(config_.id);
 }
 
-bool parseDecimal(const std::string& text, int min, int max, int& value)
-{
-    if (text.empty() || text.size() > 9)
-        return false;
-    std::size_t i = text[0] == '-' ? 1 : 0;
-    if (i == text.size())
-        return false;
-    long v = 0;
-    for (; i < text.size(); ++i) {
-        if (text[i] < '0' || text[i] > '9')
-            return false;
-        v = v * 10 + (text[i] - '0');
-    }
-    if (text[0] == '-')
-        v = -v;
-    if (v < min || v > max)
-        return false;
-    value = static_cast<int>(v);
-    return true;
-}
-
 bool parseOnOff(const std::string& text, const char* on, const char* off, bool& value)
 {
     if (text != on && text != off)

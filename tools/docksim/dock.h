@@ -10,6 +10,7 @@
 #include "docksim/faults.h"
 #include "docksim/options.h"
 #include "docksim/registry.h"
+#include "simcore/simcore.h"
 
 namespace docksim {
 
@@ -56,7 +57,7 @@ private:
 };
 
 // Shared argument readers for the control lines; false when `text` is not one.
-bool parseDecimal(const std::string& text, int min, int max, int& value);
+using simcore::parseDecimal;
 bool parseOnOff(const std::string& text, const char* on, const char* off, bool& value);
 // Upper-case hex of `value` in exactly `digits` digits.
 std::string hexDigits(unsigned value, int digits);
