@@ -7,7 +7,8 @@ namespace
 {
 // JUCE's JSON reader recurses once per nesting level and accumulates integers
 // in an int64 without an overflow check, so a line is screened before it is
-// parsed: no NUL, valid UTF-8, bounded nesting, every integer within int64.
+// parsed: no NUL, valid UTF-8, bounded nesting, every integer within int64,
+// and (since it reads exponents into an int) every exponent of a few digits.
 juce::String screen(const char* data, size_t size)
 {
     if (std::memchr(data, 0, size) != nullptr)
@@ -48,13 +49,30 @@ juce::String screen(const char* data, size_t size)
                 ++p;
             if (p == first)
                 return "a '-' without digits";
+            // The digits before any fraction or exponent go into an int64 first,
+            // so they are bounded whatever follows them.
             size_t significant = first;
             while (significant + 1 < p && data[significant] == '0')
                 ++significant;
             const size_t digits = p - significant;
-            const bool fraction = p < size && (data[p] == '.' || data[p] == 'e' || data[p] == 'E');
-            if (!fraction && (digits > 19 || (digits == 19 && std::memcmp(data + significant, int64Max, 19) > 0)))
+            if (digits > 19 || (digits == 19 && std::memcmp(data + significant, int64Max, 19) > 0))
                 return "a number out of range";
+            if (p < size && data[p] == '.')
+                for (++p; p < size && data[p] >= '0' && data[p] <= '9';)
+                    ++p;
+            if (p < size && (data[p] == 'e' || data[p] == 'E'))
+            {
+                // An exponent is read into an int: a few digits are all any double has.
+                if (++p < size && (data[p] == '+' || data[p] == '-'))
+                    ++p;
+                while (p < size && data[p] == '0')
+                    ++p;
+                const size_t exponentStart = p;
+                while (p < size && data[p] >= '0' && data[p] <= '9')
+                    ++p;
+                if (p - exponentStart > 4)
+                    return "an exponent out of range";
+            }
             i = p - 1;
         }
     }
