@@ -132,10 +132,12 @@ TEST_F(Diskpack, EventsReachListenersByMask)
     board.registerListener(&buttonsOnly);
     board.registerListener(&nothing);
 
-    // Letters are case sensitive: "B1" is no button.
-    feed(board, { "tF0", "bF0", "t19", "l1", "l0", "b", "x12", "B1" });
+    // Letters are case sensitive: "B1" is no button. A temperature of more
+    // digits than a byte still has only 256 taken off.
+    feed(board, { "tF0", "bF0", "t19", "l1", "l0", "b", "x12", "B1", "t80000080" });
 
-    EXPECT_EQ(all.calls(), (Calls { "temp -16", "button 240", "temp 25", "led on", "led off", "button 0" }));
+    EXPECT_EQ(all.calls(),
+              (Calls { "temp -16", "button 240", "temp 25", "led on", "led off", "button 0", "temp 2147483520" }));
     EXPECT_EQ(buttonsOnly.calls(), (Calls { "button 240", "button 0" }));
     EXPECT_TRUE(nothing.calls().empty());
     EXPECT_EQ(log.lines(), unknownEvents("DiskpackBoardEventListener", "xB"));
