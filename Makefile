@@ -4,7 +4,7 @@
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build build-asan build-tsan test test-plain test-asan test-tsan demo bench package clean
+.PHONY: all deps build build-asan build-tsan build-fuzz test test-plain test-asan test-tsan test-fuzz fuzz demo bench package clean
 
 all: build
 
@@ -36,8 +36,23 @@ test-tsan: build-tsan
 	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
 	  ctest --output-on-failure -j $(JOBS) -L threaded
 
-test: test-plain test-asan test-tsan
-	@echo "All test suites passed (plain, ASan+UBSan, TSan)."
+# libFuzzer targets (tests/fuzz), built with clang, ASan and UBSan.
+build-fuzz: deps
+	cmake -S . -B build-fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+	  -DAVRTEST_SANITIZE=fuzzer -DBUILD_TESTING=OFF $(CMAKE_FLAGS)
+	cmake --build build-fuzz -j $(JOBS) --target avrtest_fuzzers
+
+# Each target replays its seed corpus, then fuzzes a few seconds.
+test-fuzz: build-fuzz
+	scripts/fuzz.sh 5
+
+# A longer run; what the fuzzer finds is kept in build-fuzz/corpus for the next.
+FUZZ_SECONDS ?= 60
+fuzz: build-fuzz
+	scripts/fuzz.sh $(FUZZ_SECONDS) keep
+
+test: test-plain test-asan test-tsan test-fuzz
+	@echo "All test suites passed (plain, ASan+UBSan, TSan, fuzzing)."
 
 # The demo needs only the console and the emulators.
 demo: deps
@@ -53,4 +68,4 @@ bench: build
 	@for b in build/bin/bench_*; do [ -x "$$b" ] && "$$b"; done
 
 clean:
-	rm -rf build build-asan build-tsan
+	rm -rf build build-asan build-tsan build-fuzz

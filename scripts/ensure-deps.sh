@@ -14,6 +14,9 @@ packages=(
   libboost-dev               # headers that the srecord headers include
   python3-serial             # the reference client of bench/exchange
   dpkg-dev                   # dpkg-shlibdeps: the package's runtime dependencies
+  clang                      # the fuzz targets (make fuzz, make test-fuzz)
+  libclang-rt-14-dev         # libFuzzer and clang's sanitizer runtimes
+  llvm                       # llvm-symbolizer: readable stacks in fuzzer reports
 )
 
 missing=()
