@@ -1,10 +1,14 @@
 #include "support/PtyPeer.h"
 #include "support/TestBoard.h"
 
+#include "boards/DiskpackBoard.h"
+#include "boards/RemoteBoard.h"
+#include "boards/TransferBoard.h"
 #include "firmware/XBootFWUpdater.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 
 namespace
@@ -208,4 +212,86 @@ TEST_F(Protocol, DefaultsOfTheBoardLink)
     EXPECT_EQ(board.firstSearchPort(), 0);
     EXPECT_EQ(board.numSearchPorts(), 9);
     EXPECT_FALSE(board.boardIsOpen());
+}
+
+//==============================================================================
+namespace
+{
+// Typed text as the terminal encoded it: a UTF-8 e-acute, a Latin-1 one, and
+// forty bytes of twenty UTF-8 characters.
+const std::string utf8 = "caf\xC3\xA9";
+const std::string latin1 = "caf\xE9";
+std::string repeated(const std::string& s, int n)
+{
+    std::string r;
+    while (n-- > 0)
+        r += s;
+    return r;
+}
+const std::string fortyBytes = repeated("\xC3\xA9", 20);
+}
+
+TEST(ProtocolText, ReachesTheWireAsItsBytesAndLimitsCountBytes)
+{
+    TempDevDir dev;
+    PtyPeer peer(dev.path(), "ttyUSB0");
+    peer.serve([](const std::string& line) -> std::vector<std::string> {
+        return { line == "?" ? "Diskpack board V1.00" : line == "@" ? "R0" : "OK" };
+    });
+    DiskpackBoard board;
+    ASSERT_TRUE(board.findAndOpen(-1));
+
+    const struct
+    {
+        std::function<bool()> send;
+        bool accepted;
+        std::vector<std::string> wire;
+    } cases[] = {
+        { [&] { return board.setDisplayText(utf8.c_str()); }, true, { "D" + utf8 } },
+        { [&] { return board.setDisplayText(latin1.c_str()); }, true, { "D" + latin1 } },
+        { [&] { return board.setDisplayText(fortyBytes.c_str()); }, true, { "D" + fortyBytes } },
+        { [&] { return board.setDisplayText((fortyBytes + "x").c_str()); }, false, {} },
+        { [&] { return board.writeText(3, latin1.c_str()); }, true, { "P03", "W" + latin1 } },
+        { [&] { return board.writeText(3, fortyBytes.c_str()); }, true, { "P03", "W" + fortyBytes } },
+        { [&] { return board.writeText(3, (latin1 + fortyBytes).c_str()); }, false, {} },
+    };
+    auto expected = peer.received();
+    for (auto& c : cases)
+    {
+        EXPECT_EQ(c.accepted, c.send());
+        expected.insert(expected.end(), c.wire.begin(), c.wire.end());
+    }
+    ASSERT_TRUE(peer.waitForReceived(expected.size()));
+    EXPECT_EQ(expected, peer.received());
+}
+
+TEST(ProtocolText, BoardsBuildTheirTextCommandsFromTheBytes)
+{
+    Scripted<RemoteBoard> remote;
+    Scripted<TransferBoard> transfer;
+    const std::string sixteen = "500605BCDA10000" + std::string("\xE9");
+    const struct
+    {
+        std::function<bool()> send;
+        juce::StringArray& sent;
+        bool accepted;
+        std::string wire;
+    } cases[] = {
+        { [&] { return remote.bootMessage((utf8 + latin1).c_str()); }, remote.sent, true, "M" + utf8 + latin1 },
+        { [&] { return transfer.setSasAddr(2, HardwareBoard::wireText(sixteen.c_str())); }, transfer.sent, true,
+          "S2" + sixteen },
+        // Sixteen characters, seventeen bytes.
+        { [&] { return transfer.setSasAddr(2, HardwareBoard::wireText("500605BCDA10000\xC3\xA9")); }, transfer.sent,
+          false, "" },
+    };
+    for (auto& c : cases)
+    {
+        c.sent.clear();
+        EXPECT_EQ(c.accepted, c.send()) << c.wire;
+        EXPECT_EQ(c.accepted ? 1 : 0, c.sent.size()) << c.wire;
+        if (!c.sent.isEmpty())
+        {
+            EXPECT_EQ(c.wire, std::string(c.sent[0].toRawUTF8()));
+        }
+    }
 }
