@@ -2,8 +2,6 @@
 #include "support/TestBoard.h"
 
 #include "boards/DiskpackBoard.h"
-#include "boards/RemoteBoard.h"
-#include "boards/TransferBoard.h"
 #include "firmware/XBootFWUpdater.h"
 
 #include <gtest/gtest.h>
@@ -217,18 +215,15 @@ TEST_F(Protocol, DefaultsOfTheBoardLink)
 //==============================================================================
 namespace
 {
-// Typed text as the terminal encoded it: a UTF-8 e-acute, a Latin-1 one, and
-// forty bytes of twenty UTF-8 characters.
-const std::string utf8 = "caf\xC3\xA9";
-const std::string latin1 = "caf\xE9";
-std::string repeated(const std::string& s, int n)
-{
-    std::string r;
-    while (n-- > 0)
-        r += s;
-    return r;
-}
-const std::string fortyBytes = repeated("\xC3\xA9", 20);
+// Typed text as terminals encode it: UTF-8, Latin-1, and forty bytes that
+// make twenty UTF-8 characters.
+const std::string utf8 = "caf\xC3\xA9", latin1 = "caf\xE9";
+const std::string fortyBytes = [] {
+    std::string s;
+    while (s.size() < 40)
+        s += "\xC3\xA9";
+    return s;
+}();
 }
 
 TEST(ProtocolText, ReachesTheWireAsItsBytesAndLimitsCountBytes)
@@ -263,35 +258,4 @@ TEST(ProtocolText, ReachesTheWireAsItsBytesAndLimitsCountBytes)
     }
     ASSERT_TRUE(peer.waitForReceived(expected.size()));
     EXPECT_EQ(expected, peer.received());
-}
-
-TEST(ProtocolText, BoardsBuildTheirTextCommandsFromTheBytes)
-{
-    Scripted<RemoteBoard> remote;
-    Scripted<TransferBoard> transfer;
-    const std::string sixteen = "500605BCDA10000" + std::string("\xE9");
-    const struct
-    {
-        std::function<bool()> send;
-        juce::StringArray& sent;
-        bool accepted;
-        std::string wire;
-    } cases[] = {
-        { [&] { return remote.bootMessage((utf8 + latin1).c_str()); }, remote.sent, true, "M" + utf8 + latin1 },
-        { [&] { return transfer.setSasAddr(2, HardwareBoard::wireText(sixteen.c_str())); }, transfer.sent, true,
-          "S2" + sixteen },
-        // Sixteen characters, seventeen bytes.
-        { [&] { return transfer.setSasAddr(2, HardwareBoard::wireText("500605BCDA10000\xC3\xA9")); }, transfer.sent,
-          false, "" },
-    };
-    for (auto& c : cases)
-    {
-        c.sent.clear();
-        EXPECT_EQ(c.accepted, c.send()) << c.wire;
-        EXPECT_EQ(c.accepted ? 1 : 0, c.sent.size()) << c.wire;
-        if (!c.sent.isEmpty())
-        {
-            EXPECT_EQ(c.wire, std::string(c.sent[0].toRawUTF8()));
-        }
-    }
 }
