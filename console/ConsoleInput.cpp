@@ -85,11 +85,10 @@ bool readLine(std::string& line)
     return any;
 }
 
-int scanInts(const std::string& line, const char* format, std::initializer_list<int*> values)
+void scanInts(const std::string& line, const char* format, std::initializer_list<int*> values)
 {
     const char* in = line.c_str();
     auto next = values.begin();
-    int stored = 0;
     for (const char* f = format; *f != 0; ++f)
     {
         if (std::isspace((unsigned char) *f))
@@ -102,7 +101,6 @@ int scanInts(const std::string& line, const char* format, std::initializer_list<
             if (next == values.end() || !scanInt(in, **next))
                 break;
             ++next;
-            ++stored;
             ++f;
         }
         else if (*in == *f)
@@ -114,7 +112,6 @@ int scanInts(const std::string& line, const char* format, std::initializer_list<
             break;
         }
     }
-    return stored;
 }
 
 int askInt(const char* prompt)

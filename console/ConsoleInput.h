@@ -33,9 +33,8 @@ namespace ConsoleInput
     /** Reads `line` as scanf reads it with `format`, a run of "%d"
         conversions and blanks, stopping at the first that does not match.
         A number beyond an int's range counts as the nearest int, where
-        scanf would wrap it (4294967296 became 0) or worse. Returns the
-        number of values stored. */
-    int scanInts(const std::string& line, const char* format, std::initializer_list<int*> values);
+        scanf would wrap it (4294967296 became 0) or worse. */
+    void scanInts(const std::string& line, const char* format, std::initializer_list<int*> values);
 
     /** Prints the prompt, reads a line and parses it with `format`; every
         value is 0 unless the line supplies it. */

@@ -258,20 +258,17 @@ TEST(ConsoleDisplayDemo, AnimationKeepsItsOwnClockAndPausesUnderASubScreen)
 //==============================================================================
 namespace
 {
-/** For its lifetime the console's standard input reads `typed` and its
-    standard output goes to a file. */
+/** For its lifetime the console reads `typed` as its standard input and
+    prints to a file. */
 class TypedAnswers
 {
 public:
     explicit TypedAnswers(const std::string& typed)
     {
-        int pipeEnds[2];
-        EXPECT_EQ(0, pipe(pipeEnds));
-        EXPECT_EQ((ssize_t) typed.size(), write(pipeEnds[1], typed.data(), typed.size()));
-        close(pipeEnds[1]);
+        std::fwrite(typed.data(), 1, typed.size(), in);
+        std::rewind(in);
         std::fflush(stdout);
-        dup2(pipeEnds[0], STDIN_FILENO);
-        close(pipeEnds[0]);
+        dup2(fileno(in), STDIN_FILENO);
         dup2(fileno(out), STDOUT_FILENO);
     }
     ~TypedAnswers()
@@ -281,6 +278,7 @@ public:
         dup2(savedOut, STDOUT_FILENO);
         close(savedIn);
         close(savedOut);
+        std::fclose(in);
         std::fclose(out);
         ConsoleInput::clearPending();
     }
@@ -294,6 +292,7 @@ public:
 
 private:
     int savedIn = dup(STDIN_FILENO), savedOut = dup(STDOUT_FILENO);
+    FILE* in = std::tmpfile();
     FILE* out = std::tmpfile();
 };
 
@@ -311,21 +310,10 @@ struct NumericMenu
 };
 
 template <class Board>
-std::unique_ptr<HardwareBoard> scripted()
-{
-    return std::make_unique<Scripted<Board>>();
-}
-
-template <class Board>
-juce::StringArray sentBy(HardwareBoard& board)
-{
-    return static_cast<Scripted<Board>&>(board).sent;
-}
-
-template <class Board>
 NumericMenu numericMenu(const char* name, const BoardMenu& menu, const char* keys)
 {
-    return { name, menu, scripted<Board>, sentBy<Board>, keys };
+    return { name, menu, []() -> std::unique_ptr<HardwareBoard> { return std::make_unique<Scripted<Board>>(); },
+             [](HardwareBoard& board) { return static_cast<Scripted<Board>&>(board).sent; }, keys };
 }
 
 struct KeyRun
