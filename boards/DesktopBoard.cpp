@@ -157,10 +157,9 @@ bool DesktopBoard::getMinMaxTemperatures(int& min, int& max)
 
 bool DesktopBoard::setDiskpackLed(int which, DiskpackLedMode mode)
 {
-    const int field = which == 0 ? 1 : 4;
-    // The mode is deliberately not masked: the board gets what the caller
-    // gave. Multiplying rather than shifting keeps a negative mode defined.
-    const int next = (ledState & ~(3 * field)) | ((int) mode * field);
+    int next = 0;
+    if (!placeDiskpackLedMode(ledState, which, mode, next))
+        return false;
     if (next == ledState)
         return true;
     ledState = next;

@@ -169,7 +169,10 @@ bool DiskpackBoard::resetEeprom()
 
 bool DiskpackBoard::getBackplaneVoltageRail(int group, int rail, int& value)
 {
-    return sendCommandGetIntResponse('G', 4, value, group * 16 + rail, 2);
+    int selector = 0;
+    if (!fitArgument((long long) group * 16 + rail, selector))
+        return false;
+    return sendCommandGetIntResponse('G', 4, value, selector, 2);
 }
 
 //==============================================================================

@@ -42,7 +42,7 @@ public:
     bool monitorDiskActivity(bool on);
     bool setWriteProtect(bool on);
     bool getWriteProtect(bool& on);
-    /** Refused when the text is longer than the display's 40 characters. */
+    /** Refused when the text is longer than the display's 40 bytes. */
     bool setDisplayText(const char* text);
     /** Level 0..15 spreads over the display's usable drive range; 16 or more is full. */
     bool setDisplayBrightness(int level);
@@ -50,8 +50,8 @@ public:
     bool getBatteryVoltage(int& mV);
     bool getBatteryVoltageRange(int& minMv, int& maxMv) const;
     bool enableTemperatureEvents(bool on);
-    /** Selects the page, then writes it; refused for a text over 40
-        characters or a page outside 0..maxTextPages. */
+    /** Selects the page, then writes it; refused for a text over 40 bytes
+        or a page outside 0..maxTextPages. */
     bool writeText(int page, const char* text);
     bool readText(int page, juce::String& text);
     /** The highest text page number, and the most pages setNumTextPages takes. */

@@ -111,12 +111,10 @@ bool TransferBoard::getMinMaxTemperatures(int& minDegrees, int& maxDegrees)
 //==============================================================================
 bool TransferBoard::setDiskpackLed(int which, DiskpackLedMode mode)
 {
-    // The mode is not masked: the board gets what the caller gave, spilling
-    // into the next field if need be. Multiplying rather than shifting keeps a
-    // negative mode defined.
-    const int field = which == 0 ? 1 : 4;
     const juce::ScopedLock sl(stateLock);
-    const int updated = (ledState & ~(3 * field)) | ((int) mode * field);
+    int updated = 0;
+    if (!placeDiskpackLedMode(ledState, which, mode, updated))
+        return false;
     if (updated == ledState)
         return true;
     ledState = updated;
@@ -155,7 +153,7 @@ bool TransferBoard::getSasAddr(int port, juce::String& addr)
 
 bool TransferBoard::setSasAddr(int port, const juce::String& addr)
 {
-    if (addr.isNotEmpty() && addr.length() != sasAddressLength)
+    if (addr.isNotEmpty() && wireLength(addr) != sasAddressLength)
         return false;
     const auto text = juce::String(port) + addr;
     return sendCommand('S', text.toRawUTF8());
@@ -180,7 +178,10 @@ bool TransferBoard::getTapeDriveFitted()
 
 bool TransferBoard::setDevicesFitted(int numDisks, bool tape)
 {
-    return sendCommand('R', (tape ? 16 : 0) + numDisks, 2);
+    int fitted = 0;
+    if (!fitArgument((tape ? 16 : 0) + (long long) numDisks, fitted))
+        return false;
+    return sendCommand('R', fitted, 2);
 }
 
 //==============================================================================

@@ -71,7 +71,7 @@ public:
     bool setTapeDrivePower(bool on);
     bool getSasAddr(int port, juce::String& addr);
     /** An empty address gives the port back its own address; anything other
-        than 16 characters is refused. */
+        than 16 bytes is refused. */
     bool setSasAddr(int port, const juce::String& addr);
     /** 0 when the board cannot be asked. */
     int getNumInternalDisks();

@@ -123,24 +123,30 @@ bool XferDualBoard::getDiskpackGuid(int which, juce::String& guid)
 
 bool XferDualBoard::enableDiskpackTemperatureEvents(int which, bool enable)
 {
-    return sendCommand('P', which * 16 + (enable ? 1 : 0), 2);
+    return sendForDiskpack('P', (long long) which * 16 + (enable ? 1 : 0), 2);
 }
 
 bool XferDualBoard::setDiskpackLed(int which, int red, int green, int blue, bool flash, bool activity)
 {
-    const int v = which * 256 + (activity ? 0x80 : 0) + (flash ? 0x40 : 0)
-                + (clampColour(red) << 4) + (clampColour(green) << 2) + clampColour(blue);
-    return sendCommand('L', v, 3);
+    const long long v = (long long) which * 256 + (activity ? 0x80 : 0) + (flash ? 0x40 : 0)
+                      + (clampColour(red) << 4) + (clampColour(green) << 2) + clampColour(blue);
+    return sendForDiskpack('L', v, 3);
 }
 
 bool XferDualBoard::setDiskpackPower(int which, bool on)
 {
-    return sendCommand('D', which * 16 + (on ? 1 : 0), 2);
+    return sendForDiskpack('D', (long long) which * 16 + (on ? 1 : 0), 2);
 }
 
 bool XferDualBoard::setDiskpackWriteProtect(int which, bool protect)
 {
-    return sendCommand('X', which * 16 + (protect ? 1 : 0), 2);
+    return sendForDiskpack('X', (long long) which * 16 + (protect ? 1 : 0), 2);
+}
+
+bool XferDualBoard::sendForDiskpack(char letter, long long argument, int digits)
+{
+    int fitted = 0;
+    return fitArgument(argument, fitted) && sendCommand(letter, fitted, digits);
 }
 
 bool XferDualBoard::getDiskpackWriteProtect(int which, bool& isProtected)
@@ -177,7 +183,7 @@ bool XferDualBoard::writeDiskpackEeprom(int which, int addr, int count, const un
 
 bool XferDualBoard::setDiskFanSpeed(int which, bool autoMode, int speed)
 {
-    return sendCommand('J', which * 256 + (autoMode ? 1 : speed), 3);
+    return sendForDiskpack('J', (long long) which * 256 + (autoMode ? 1 : speed), 3);
 }
 
 //==============================================================================

@@ -92,6 +92,9 @@ public:
     bool sasResetPhy(int port);
 
 private:
+    /** A per-diskpack command, `which` packed above its value; refused when
+        a `which` out of all reason leaves no int to carry it. */
+    bool sendForDiskpack(char letter, long long argument, int digits);
     bool readRegister(uint32_t reg, uint32_t& value);
     bool writeRegister(uint32_t reg, uint32_t value);
     bool readSasAddress(uint32_t reg, juce::String& addr);

@@ -2,7 +2,11 @@
 
 #include "link/ConsoleTerminal.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <optional>
 #include <unistd.h>
 
@@ -32,6 +36,18 @@ bool readByte(char& c)
             continue;
         return false;
     }
+}
+
+/** One "%d": blanks, an optional sign and decimal digits, from `p` on. */
+bool scanInt(const char*& p, int& value)
+{
+    char* end = nullptr;
+    const long long wide = std::strtoll(p, &end, 10);
+    if (end == p)
+        return false;
+    p = end;
+    value = (int) std::clamp<long long>(wide, INT_MIN, INT_MAX);
+    return true;
 }
 
 std::string cutToTextLine(const std::string& text)
@@ -69,6 +85,35 @@ bool readLine(std::string& line)
     return any;
 }
 
+void scanInts(const std::string& line, const char* format, std::initializer_list<int*> values)
+{
+    const char* in = line.c_str();
+    auto next = values.begin();
+    for (const char* f = format; *f != 0; ++f)
+    {
+        if (std::isspace((unsigned char) *f))
+        {
+            while (std::isspace((unsigned char) *in))
+                ++in;
+        }
+        else if (f[0] == '%' && f[1] == 'd')
+        {
+            if (next == values.end() || !scanInt(in, **next))
+                break;
+            ++next;
+            ++f;
+        }
+        else if (*in == *f)
+        {
+            ++in;
+        }
+        else
+        {
+            break;
+        }
+    }
+}
+
 int askInt(const char* prompt)
 {
     int value = 0;
@@ -88,10 +133,10 @@ void readNumberAndText(int& number, std::string& text)
     number = 0;
     std::string line;
     readLine(line);
-    int used = 0;
-    if (sscanf(line.c_str(), "%d%n", &number, &used) != 1)
-        used = 0;
-    text = cutToTextLine(line.substr((size_t) used));
+    const char* rest = line.c_str();
+    if (!scanInt(rest, number))
+        rest = line.c_str();
+    text = cutToTextLine(line.substr((size_t) (rest - line.c_str())));
 }
 
 bool confirm(const char* prompt)

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 
 /** Set by Ctrl-C and by the `x` key; the keystroke loop, the link test and the
@@ -29,6 +30,12 @@ namespace ConsoleInput
         with nothing read. */
     bool readLine(std::string& line);
 
+    /** Reads `line` as scanf reads it with `format`, a run of "%d"
+        conversions and blanks, stopping at the first that does not match.
+        A number beyond an int's range counts as the nearest int, where
+        scanf would wrap it (4294967296 became 0) or worse. */
+    void scanInts(const std::string& line, const char* format, std::initializer_list<int*> values);
+
     /** Prints the prompt, reads a line and parses it with `format`; every
         value is 0 unless the line supplies it. */
     template <typename... Ints>
@@ -38,7 +45,7 @@ namespace ConsoleInput
         printf("%s", prompt);
         std::string line;
         readLine(line);
-        sscanf(line.c_str(), format, &values...);
+        scanInts(line, format, { &values... });
     }
 
     /** One integer answer, "%d". */

@@ -17,7 +17,7 @@ void enterSasAddress(TransferBoard& board)
     // the next key. No length limit here: the board class refuses anything but
     // an empty or a full-length address, and a cut-off typo must not pass.
     const std::string addr = readRawLine("Address (return to reset): ", std::string::npos);
-    reportFailure(board.setSasAddr(expander, juce::String(addr)));
+    reportFailure(board.setSasAddr(expander, HardwareBoard::wireText(addr.c_str())));
 }
 
 /** A battery gauge reading: `notAvailable` from the board means no gauge. */

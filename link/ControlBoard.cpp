@@ -190,7 +190,7 @@ void ControlBoard::closeOpenBoard(bool fromOwnThread)
 {
     if (!isOpen)
         return;
-    closingBoard();
+    runClosingCommand();
     if (!fromOwnThread)
         stopThread(threadStopTimeoutMs);
     closePort();
@@ -202,7 +202,7 @@ void ControlBoard::closeOpenBoard(bool fromOwnThread)
 bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String& reply, bool expectResponse)
 {
     const juce::String line = command + "\n";
-    const int writeTimeoutMs = command.length() <= 128 ? 50 : 250;
+    const int writeTimeoutMs = wireLength(command) <= 128 ? 50 : 250;
 
     if (!port.isOpen())
         return false;

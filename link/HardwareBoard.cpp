@@ -2,6 +2,8 @@
 
 #include "firmware/XBootFWUpdater.h"
 
+#include <cstring>
+
 HardwareBoard::HardwareBoard() : juce::Thread("HardwareBoard") {}
 
 HardwareBoard::~HardwareBoard() = default;
@@ -116,6 +118,22 @@ int HardwareBoard::decodeWordResponse(const juce::String& reply, unsigned short*
     return groups - toStore;
 }
 
+juce::String HardwareBoard::wireText(const char* bytes)
+{
+    if (bytes == nullptr)
+        return {};
+    // Given the start and end of text already in its own encoding, String
+    // copies the bytes without decoding them.
+    return juce::String(juce::CharPointer_UTF8(bytes), juce::CharPointer_UTF8(bytes + std::strlen(bytes)));
+}
+
+int HardwareBoard::wireLength(const juce::String& text) noexcept
+{
+    // getNumBytesAsUTF8() would decode and re-encode, miscounting bytes that
+    // are not UTF-8.
+    return (int) std::strlen(text.toRawUTF8());
+}
+
 //==============================================================================
 juce::String HardwareBoard::buildCommand(char cmd, int value, int digits)
 {
@@ -136,7 +154,7 @@ juce::String HardwareBoard::buildCommand(char cmd, const unsigned char* data, in
 
 juce::String HardwareBoard::buildCommand(char cmd, const char* text)
 {
-    return juce::String::charToString(cmd) + juce::String(text);
+    return juce::String::charToString(cmd) + wireText(text);
 }
 
 bool HardwareBoard::sendCommand(char cmd, int value, int digits)
@@ -255,4 +273,17 @@ void HardwareBoard::closeOnce(bool fromOwnThread, const std::function<void(bool)
     }
     const juce::ScopedLock sl(closeLock);
     closeOpen(false);
+}
+
+void HardwareBoard::closeBoardWithoutClosingCommand()
+{
+    closingWithoutCommand = true;
+    closeBoard(false);
+    closingWithoutCommand = false;
+}
+
+void HardwareBoard::runClosingCommand()
+{
+    if (!closingWithoutCommand)
+        closingBoard();
 }

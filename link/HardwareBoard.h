@@ -5,6 +5,7 @@
 #include <juce_core/juce_core.h>
 
 #include <atomic>
+#include <climits>
 #include <cstdint>
 #include <functional>
 
@@ -46,6 +47,13 @@ public:
     virtual void closingBoard() {}
     virtual bool sendCommandInternal(const juce::String& command, juce::String& reply, bool expectResponse);
 
+    /** Closes the board as closeBoard(false) does, but without the board
+        class's close-time command (closingBoard): for a board that must be
+        sent nothing more, such as one restarting after its firmware was
+        replaced or one that refused to leave its application for its
+        bootloader. */
+    void closeBoardWithoutClosingCommand();
+
     // --- listeners ---
     void registerListener(HardwareBoardEventListener* listener);
     void deregisterListener(HardwareBoardEventListener* listener);
@@ -58,12 +66,31 @@ public:
     static void appendHexByte(int v, juce::String& s);
     static uint32_t decodeHexResponse(const juce::String& reply) noexcept;
     static int decodeWordResponse(const juce::String& reply, unsigned short* out, int maxWords);
+    /** A command argument packed from caller-given fields, worked out wide:
+        false when it does not fit the int every sender takes, for the caller
+        to refuse rather than send a value that wrapped. */
+    static bool fitArgument(long long wide, int& argument) noexcept
+    {
+        if (wide < INT_MIN || wide > INT_MAX)
+            return false;
+        argument = (int) wide;
+        return true;
+    }
     /** The low byte of v as a two's complement number. */
     static int signedByte(uint32_t v) noexcept
     {
         const int b = (int) (v & 0xFF);
         return b >= 128 ? b - 256 : b;
     }
+
+    /** `bytes` as a String that holds exactly those bytes. The link writes a
+        String's UTF-8 out as it stands, so text built this way reaches the
+        board byte for byte whatever its encoding: a UTF-8 "é" stays C3 A9 and
+        a lone Latin-1 E9 stays E9. Every other way of making a String from
+        8-bit text decodes it first (String(const char*) as Latin-1). */
+    static juce::String wireText(const char* bytes);
+    /** What `text` occupies on the wire: its bytes, not its characters. */
+    static int wireLength(const juce::String& text) noexcept;
 
     // --- command line builders (what the senders put on the wire, less the terminator) ---
     static juce::String buildCommand(char cmd, int value, int digits);
@@ -127,6 +154,10 @@ protected:
         waits for that very thread to end. */
     void closeOnce(bool fromOwnThread, const std::function<void(bool)>& closeOpen);
 
+    /** What a transport calls as it closes the board: closingBoard(),
+        unless the board is being closed without its close-time command. */
+    void runClosingCommand();
+
     /** Writes a link diagnostic unless the board is quiet. */
     void logLine(const juce::String& text) const;
 
@@ -151,6 +182,7 @@ private:
     juce::CriticalSection versionLock;
     // Serialises closing between the console and the board's own thread.
     juce::CriticalSection closeLock;
+    std::atomic<bool> closingWithoutCommand { false };
 
     JUCE_DECLARE_NON_COPYABLE(HardwareBoard)
 };

@@ -1,13 +1,18 @@
 #include "FirmwareImage.h"
 #include "FlashProgress.h"
 #include "FlashSession.h"
+#include "InBootloader.h"
 #include "support/JucePrinters.h"
+#include "support/PtyPeer.h"
+#include "support/SimProcess.h"
+#include "support/TestBoard.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/wait.h>
 #include <vector>
 
 namespace
@@ -313,7 +318,9 @@ TEST(Session, EverySessionEndsWithTheOutcomeWhateverHappened)
         { "r2=corrupt", true, 3, "start r0 r1 r2 end2", firmwareStatusVerifyFailed, {}, { 2 }, 0, 2, {} },
         { unreadable, true, 9, "start r0 r1 r2 r3 r4 end2", firmwareStatusVerifyFailed,
           "gave up after 3 pages in a row could not be read", { 2, 3, 4 }, 0, 2, {} },
-        { "start=refuse", false, 2, "start end3", firmwareStatusAborted, "the board did not enter its bootloader", {}, 0, 0, {} },
+        // Still in its application: nothing more goes to the board, not even an end.
+        { "start=refuse", false, 2, "start", firmwareStatusUnknown,
+          "the board did not enter its bootloader; nothing was written", {}, 0, 0, {} },
         // Stops between pages, not in the middle of one.
         { "w1=interrupt", false, 4, "start erase w0 w1 end3", firmwareStatusAborted, "interrupted", {}, 2, 0, {} },
     };
@@ -348,4 +355,95 @@ TEST(Session, AReadBackFillsTheBufferAndEndsWithNoOutcome)
     EXPECT_TRUE(r.session.read(3, back).ok);
     EXPECT_EQ(image, back);
     EXPECT_EQ("start r0 r1 r2 end0", r.fake.calls);
+}
+
+//==============================================================================
+TEST(InBootloader, TheVersionIsWhatFollowsTheBootloaderIdentity)
+{
+    const std::pair<std::string, juce::String> cases[] = {
+        { "(bootloader) Test board V1.00", "V1.00" },
+        // Longer than the 13 characters discovery skips past the identity.
+        { "(bootloader) Test board V1.00-build-7", "V1.00-build-7" },
+        { "(bootloader) Test board", "" },
+    };
+    for (auto& [answer, version] : cases)
+    {
+        TempDevDir dev;
+        PtyPeer peer(dev.path(), "ttyUSB0");
+        peer.serve([answer = answer](const std::string& line) -> std::vector<std::string> {
+            return { line == "?" ? answer : line == "@" ? "R0" : "OK" };
+        });
+        InBootloader<TestBoard> board;
+        ASSERT_TRUE(board.findAndOpen(-1)) << answer;
+        EXPECT_EQ(version, board.getVersionString()) << answer;
+    }
+}
+
+//==============================================================================
+namespace
+{
+struct ToolRun
+{
+    int status = -1;
+    std::string output;
+};
+
+ToolRun runAvrflash(const std::string& args)
+{
+    ToolRun run;
+    FILE* p = popen((std::string(AVRTEST_BIN_DIR) + "/avrflash " + args + " 2>&1").c_str(), "r");
+    if (p == nullptr)
+        return run;
+    char buf[4096];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
+        run.output.append(buf, n);
+    const int status = pclose(p);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+}
+
+TEST(AvrflashRun, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
+{
+    const struct
+    {
+        std::vector<std::string> sim;
+        std::string args;
+        int status;
+        std::string said;
+        // What the board received, from the request to enter the bootloader on.
+        std::vector<std::string> received;
+    } cases[] = {
+        // The chassis board commits its settings when closed; restarting, it
+        // must not be asked to.
+        { { "--board", "c" }, "c", 0, "Found Chassis board V1.00 on ", { "rx 0 %UP", "rx 0 :0000", "rx 0 $0000", "rx 0 #" } },
+        // The third line it receives, the request to enter the bootloader, is refused.
+        { { "--board", "c", "--fault", "nack-every=3" }, "c", 1,
+          "avrflash: update failed: the board did not enter its bootloader; nothing was written", { "rx 0 %UP" } },
+        { { "--board", "d", "--bootloader", "--version", "V1.00-build-7" }, "--bootloader d", 0,
+          "Found (bootloader) Diskpack board V1.00-build-7 on ", { "rx 0 %UP", "rx 0 :0000", "rx 0 $0000", "rx 0 #" } },
+    };
+    const juce::File image = juce::File::createTempFile(".bin");
+    ASSERT_TRUE(image.replaceWithData(imageOf(1).getData(), imageOf(1).getSize()));
+    for (auto& c : cases)
+    {
+        SCOPED_TRACE(c.args);
+        TempDevDir dev;
+        auto simArgs = c.sim;
+        simArgs.insert(simArgs.begin(), "--log");
+        SimProcess sim(dev.path(), simArgs);
+        ASSERT_TRUE(sim.isReady());
+        const auto run = runAvrflash(c.args + " " + image.getFullPathName().toStdString());
+        EXPECT_EQ(c.status, run.status) << run.output;
+        EXPECT_NE(std::string::npos, run.output.find(c.said)) << run.output;
+        // A control round trip: every line received before it has been logged.
+        ASSERT_EQ("ok", sim.control("fault 0 clear"));
+        std::vector<std::string> received;
+        for (auto& line : sim.output())
+            if (line.rfind("rx 0 ", 0) == 0 && (!received.empty() || line == "rx 0 %UP"))
+                received.push_back(line.substr(0, std::min(line.size(), (size_t) 10)));
+        EXPECT_EQ(c.received, received);
+    }
+    image.deleteFile();
 }

@@ -299,7 +299,7 @@ TEST_F(Avrflash, RecoversABoardLeftInItsBootloader)
 
     run = avrflash("--bootloader d " + hex);
     EXPECT_EQ(0, run.status) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("Found (bootloader) Diskpack board on ")) << run.output;
+    EXPECT_NE(std::string::npos, run.output.find("Found (bootloader) Diskpack board V1.00 on ")) << run.output;
 
     // Out of the bootloader, the application answers as usual.
     run = avrflash("--verify-only d " + hex);

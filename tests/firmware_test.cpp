@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <functional>
 #include <future>
 #include <termios.h>
 #include <unistd.h>
@@ -450,4 +451,37 @@ TEST_F(XBoot, NothingIsSentOnceTheBoardIsClosed)
     EXPECT_FALSE(up.endFirmwareUpdate(firmwareStatusSucceeded));
     EXPECT_FALSE(up.startFirmwareUpdate());
     EXPECT_TRUE(up.eraseApplicationSection());
+}
+
+//==============================================================================
+TEST(FirmwareClose, ARestartingBoardIsClosedWithoutItsClosingCommand)
+{
+    // Any board class whose close-time duty is a command, as the chassis's is.
+    struct CommitsOnClose : TestBoard
+    {
+        ~CommitsOnClose() override { closeBoard(false); }
+        void closingBoard() override { sendCommand('W', -1, 2); }
+    };
+    TempDevDir dev;
+    PtyPeer peer(dev.path(), "ttyUSB0");
+    peer.serve([](const std::string& line) -> std::vector<std::string> {
+        return { line == "?" ? "Test board V1.0" : line == "@" ? "R0" : "OK" };
+    });
+    CommitsOnClose board;
+    const std::pair<std::function<void()>, std::vector<std::string>> closings[] = {
+        { [&] { board.closeBoardWithoutClosingCommand(); }, { "?", "@" } },
+        // Only that one close goes without: the next takes its command again.
+        { [&] { board.closeBoard(false); }, { "?", "@", "W" } },
+    };
+    std::vector<std::string> expected;
+    for (auto& [close, lines] : closings)
+    {
+        flipSpeed(peer.linkPath());
+        ASSERT_TRUE(board.findAndOpen(-1));
+        close();
+        EXPECT_FALSE(board.boardIsOpen());
+        expected.insert(expected.end(), lines.begin(), lines.end());
+    }
+    ASSERT_TRUE(peer.waitForReceived(expected.size()));
+    EXPECT_EQ(expected, peer.received());
 }

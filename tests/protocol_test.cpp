@@ -1,10 +1,12 @@
 #include "support/PtyPeer.h"
 #include "support/TestBoard.h"
 
+#include "boards/DiskpackBoard.h"
 #include "firmware/XBootFWUpdater.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 
 namespace
@@ -208,4 +210,52 @@ TEST_F(Protocol, DefaultsOfTheBoardLink)
     EXPECT_EQ(board.firstSearchPort(), 0);
     EXPECT_EQ(board.numSearchPorts(), 9);
     EXPECT_FALSE(board.boardIsOpen());
+}
+
+//==============================================================================
+namespace
+{
+// Typed text as terminals encode it: UTF-8, Latin-1, and forty bytes that
+// make twenty UTF-8 characters.
+const std::string utf8 = "caf\xC3\xA9", latin1 = "caf\xE9";
+const std::string fortyBytes = [] {
+    std::string s;
+    while (s.size() < 40)
+        s += "\xC3\xA9";
+    return s;
+}();
+}
+
+TEST(ProtocolText, ReachesTheWireAsItsBytesAndLimitsCountBytes)
+{
+    TempDevDir dev;
+    PtyPeer peer(dev.path(), "ttyUSB0");
+    peer.serve([](const std::string& line) -> std::vector<std::string> {
+        return { line == "?" ? "Diskpack board V1.00" : line == "@" ? "R0" : "OK" };
+    });
+    DiskpackBoard board;
+    ASSERT_TRUE(board.findAndOpen(-1));
+
+    const struct
+    {
+        std::function<bool()> send;
+        bool accepted;
+        std::vector<std::string> wire;
+    } cases[] = {
+        { [&] { return board.setDisplayText(utf8.c_str()); }, true, { "D" + utf8 } },
+        { [&] { return board.setDisplayText(latin1.c_str()); }, true, { "D" + latin1 } },
+        { [&] { return board.setDisplayText(fortyBytes.c_str()); }, true, { "D" + fortyBytes } },
+        { [&] { return board.setDisplayText((fortyBytes + "x").c_str()); }, false, {} },
+        { [&] { return board.writeText(3, latin1.c_str()); }, true, { "P03", "W" + latin1 } },
+        { [&] { return board.writeText(3, fortyBytes.c_str()); }, true, { "P03", "W" + fortyBytes } },
+        { [&] { return board.writeText(3, (latin1 + fortyBytes).c_str()); }, false, {} },
+    };
+    auto expected = peer.received();
+    for (auto& c : cases)
+    {
+        EXPECT_EQ(c.accepted, c.send());
+        expected.insert(expected.end(), c.wire.begin(), c.wire.end());
+    }
+    ASSERT_TRUE(peer.waitForReceived(expected.size()));
+    EXPECT_EQ(expected, peer.received());
 }

@@ -188,7 +188,7 @@ void MarvellCommsBoard::closeOpenBoard(bool fromOwnThread)
 {
     if (!isOpen)
         return;
-    closingBoard();
+    runClosingCommand();
     if (!fromOwnThread)
         stopThread(threadStopTimeoutMs);
     isOpen = false;

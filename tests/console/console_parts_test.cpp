@@ -1,13 +1,18 @@
 // The console's parts that carry rules of their own, driven in-process: the
-// command line, the link test's rate and the remote display demonstration.
+// command line, the link test's rate, the remote display demonstration and
+// the menus' reading of typed answers.
 #include "console/LinkTest.h"
+#include "console/Menus.h"
 #include "console/RemoteDisplayDemo.h"
 #include "console/SerialConsole.h"
+#include "support/PtyPeer.h"
 #include "support/TestBoard.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
+#include <unistd.h>
 
 TEST(ConsoleArguments, BoardLettersAndTheirFallbacks)
 {
@@ -248,4 +253,177 @@ TEST(ConsoleDisplayDemo, AnimationKeepsItsOwnClockAndPausesUnderASubScreen)
     demo.animate(204);
     EXPECT_EQ(drawnTexts(board), (std::vector<std::string> { "00:00:00:04" }));
     demo.end();
+}
+
+//==============================================================================
+namespace
+{
+/** For its lifetime the console reads `typed` as its standard input and
+    prints to a file. */
+class TypedAnswers
+{
+public:
+    explicit TypedAnswers(const std::string& typed)
+    {
+        std::fwrite(typed.data(), 1, typed.size(), in);
+        std::rewind(in);
+        std::fflush(stdout);
+        dup2(fileno(in), STDIN_FILENO);
+        dup2(fileno(out), STDOUT_FILENO);
+    }
+    ~TypedAnswers()
+    {
+        std::fflush(stdout);
+        dup2(savedIn, STDIN_FILENO);
+        dup2(savedOut, STDOUT_FILENO);
+        close(savedIn);
+        close(savedOut);
+        std::fclose(in);
+        std::fclose(out);
+        ConsoleInput::clearPending();
+    }
+    std::string printed()
+    {
+        std::fflush(stdout);
+        std::string text(4096, 0);
+        text.resize((size_t) pread(fileno(out), text.data(), text.size(), 0));
+        return text;
+    }
+
+private:
+    int savedIn = dup(STDIN_FILENO), savedOut = dup(STDOUT_FILENO);
+    FILE* in = std::tmpfile();
+    FILE* out = std::tmpfile();
+};
+
+/** A serial board's menu over a recording board, and its keys that read
+    numbers: each key is followed by how many numbers each of its answer
+    lines holds ("G11": two prompts of one number; "S10": a number, then a
+    line of text left empty). */
+struct NumericMenu
+{
+    const char* name;
+    const BoardMenu& menu;
+    std::unique_ptr<HardwareBoard> (*make)();
+    juce::StringArray (*sent)(HardwareBoard&);
+    const char* keys;
+};
+
+template <class Board>
+NumericMenu numericMenu(const char* name, const BoardMenu& menu, const char* keys)
+{
+    return { name, menu, []() -> std::unique_ptr<HardwareBoard> { return std::make_unique<Scripted<Board>>(); },
+             [](HardwareBoard& board) { return static_cast<Scripted<Board>&>(board).sent; }, keys };
+}
+
+struct KeyRun
+{
+    juce::StringArray sent;
+    std::string printed;
+};
+
+KeyRun pressKey(const NumericMenu& m, char key, const std::string& typed)
+{
+    auto board = m.make();
+    auto session = m.menu.startSession(*board);
+    TypedAnswers io(typed);
+    EXPECT_TRUE(session->handleKey(key)) << m.name << " " << key;
+    return { m.sent(*board), io.printed() };
+}
+
+/** The answer lines of a key with `extreme` as its number `at` and 1 for the others. */
+std::string answers(const std::string& fieldsPerLine, size_t at, const std::string& extreme)
+{
+    std::string typed;
+    size_t field = 0;
+    for (char count : fieldsPerLine)
+    {
+        for (int i = 0; i < count - '0'; ++i, ++field)
+            typed += (i > 0 ? " " : "") + (field == at ? extreme : std::string("1"));
+        typed += "\n";
+    }
+    return typed;
+}
+}
+
+TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
+{
+    const LogCapture quiet;
+    const NumericMenu menus[] = {
+        numericMenu<DiskpackBoard>("diskpack", diskpackMenu, "A1 B1 E1 G11 L4 Q1 R1 S1 T1 W1 X1"),
+        numericMenu<ChassisBoard>("chassis", chassisMenu, "A1 C4 E1 F2 H1 I1 L2 P2 R1 S1 V1"),
+        numericMenu<TransferBoard>("transfer", transferMenu, "D1 E1 F1 H1 L2 P1 R2 S10 T1 W1 X2 Y1"),
+        numericMenu<DesktopBoard>("desktop", desktopMenu, "A1 B1 D1 F1 H1 L2 N3 P1 W1 X1"),
+        numericMenu<XferDualBoard>("xfer dual", xferDualMenu,
+                                   "A2 B1 D2 F1 G1 H1 I1 J2 L6 M1 N3 P2 R1 T1 U1 V1 W1 X2 Y1"),
+        numericMenu<RemoteBoard>("remote", remoteMenu, "A1 C1 F1 Q1 R4"),
+    };
+    // Beyond an int a number counts as the nearest one.
+    const std::pair<const char*, const char*> sameAs[] = {
+        { "4294967296", "2147483647" },
+        { "99999999999", "2147483647" },
+        { "-99999999999", "-2147483648" },
+    };
+    for (auto& m : menus)
+    {
+        for (auto& token : juce::StringArray::fromTokens(m.keys, false))
+        {
+            const char key = (char) token[0];
+            const std::string lines = token.substring(1).toStdString();
+            int fields = 0;
+            for (char c : lines)
+                fields += c - '0';
+            for (int at = 0; at < fields; ++at)
+            {
+                SCOPED_TRACE(std::string(m.name) + " " + key + " number " + std::to_string(at));
+                const auto reference = pressKey(m, key, answers(lines, (size_t) at, "1"));
+                const auto largest = pressKey(m, key, answers(lines, (size_t) at, "2147483647"));
+                // Checked by the sanitizers: nothing to compare it with.
+                pressKey(m, key, answers(lines, (size_t) at, "-2147483648"));
+                // A packed argument that wrapped went out negative, and so
+                // without its digits: either refused, or sent as usual.
+                if (!largest.sent.isEmpty())
+                {
+                    ASSERT_EQ(reference.sent.size(), largest.sent.size());
+                    for (int i = 0; i < reference.sent.size(); ++i)
+                        EXPECT_EQ(reference.sent[i].length() > 1, largest.sent[i].length() > 1)
+                            << reference.sent[i] << " / " << largest.sent[i];
+                }
+                for (auto& [typed, nearest] : sameAs)
+                {
+                    const auto beyond = pressKey(m, key, answers(lines, (size_t) at, typed));
+                    const auto within = pressKey(m, key, answers(lines, (size_t) at, nearest));
+                    EXPECT_EQ(within.sent, beyond.sent) << typed;
+                    EXPECT_EQ(within.printed, beyond.printed) << typed;
+                }
+            }
+        }
+    }
+}
+
+TEST(ConsoleAnswers, TypedTextReachesTheBoardAsItsBytes)
+{
+    const auto diskpack = numericMenu<DiskpackBoard>("diskpack", diskpackMenu, "");
+    const auto transfer = numericMenu<TransferBoard>("transfer", transferMenu, "");
+    const struct
+    {
+        const NumericMenu& menu;
+        char key;
+        std::string typed;
+        std::vector<std::string> sent;
+    } cases[] = {
+        { diskpack, 'D', "caf\xE9\n", { "Dcaf\xE9" } },
+        { diskpack, 'W', "3 \xC3\xA9\n", { "P03", "W \xC3\xA9" } },
+        { numericMenu<RemoteBoard>("remote", remoteMenu, ""), 'M', "\xC3\xA9\xE9\n", { "M\xC3\xA9\xE9" } },
+        { transfer, 'S', "2\n500605BCDA10000\xE9\n", { "S2500605BCDA10000\xE9" } },
+        // Sixteen characters but seventeen bytes: not an address.
+        { transfer, 'S', "2\n500605BCDA10000\xC3\xA9\n", {} },
+    };
+    for (auto& c : cases)
+    {
+        std::vector<std::string> sent;
+        for (auto& line : pressKey(c.menu, c.key, c.typed).sent)
+            sent.emplace_back(line.toRawUTF8());
+        EXPECT_EQ(c.sent, sent) << c.typed;
+    }
 }

@@ -39,9 +39,9 @@ bool FlashSession::start(FlashReport& report)
 {
     if (updater.startFirmwareUpdate())
         return true;
-    report.failure = "the board did not enter its bootloader";
-    // Whatever state the board is in, it is told the session is over.
-    finish(report, firmwareStatusAborted);
+    // The board is still running its application, which has no session to
+    // end: "#" or an outcome would only reach it as noise.
+    report.failure = "the board did not enter its bootloader; nothing was written";
     return false;
 }
 

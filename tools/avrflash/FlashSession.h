@@ -26,9 +26,10 @@ struct FlashReport
     bool endFailed = false;
 };
 
-/** Drives one bootloader session through an updater, page by page, and ends it
-    with the outcome whatever happens. Notes on single pages (retries,
-    mismatches) go to the progress display. */
+/** Drives one bootloader session through an updater, page by page. Once the
+    board has entered its bootloader the session ends with the outcome whatever
+    happens; a board that refuses to enter it is sent nothing more. Notes on
+    single pages (retries, mismatches) go to the progress display. */
 class FlashSession
 {
 public:

@@ -3,6 +3,7 @@
 
 #include "FirmwareImage.h"
 #include "FlashSession.h"
+#include "InBootloader.h"
 
 #include "boards/ChassisBoard.h"
 #include "boards/DesktopBoard.h"
@@ -76,24 +77,6 @@ struct Options
     bool inBootloader = false;
     bool help = false;
     FirmwareImage::Format format = FirmwareImage::Format::guess;
-};
-
-/** A board of the given class that is found while waiting in its bootloader,
-    which answers the identity request with "(bootloader) " before the board's
-    own identity. */
-template <class Board>
-class InBootloader : public Board
-{
-public:
-    using Board::Board;
-
-    // Closed here, while this is still the object the board's thread runs.
-    ~InBootloader() override { this->closeBoard(false); }
-
-    const char* boardIdString() const override { return identity.c_str(); }
-
-private:
-    const std::string identity = std::string("(bootloader) ") + Board::boardIdString();
 };
 
 template <class Board, class... Args>
@@ -366,7 +349,10 @@ int main(int argc, char** argv)
                     (int) image.size(), image.pageCount(pageSize), pageSize);
         report = options.verifyOnly ? session.verify(padded) : session.update(padded);
     }
-    board->closeBoard(false);
+    // The board is now restarting (or was never handed to its bootloader, and
+    // left as it was): its class's close-time command would only reach it as
+    // noise.
+    board->closeBoardWithoutClosingCommand();
 
     if (report.endFailed)
         fail("the bootloader did not acknowledge the end of the session");
