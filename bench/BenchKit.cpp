@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <pty.h>
@@ -30,8 +31,9 @@ BenchDir::BenchDir(const std::string& name)
 
 BenchDir::~BenchDir()
 {
+    std::error_code ignored;
     if (ok())
-        std::system(("rm -rf '" + dir + "'").c_str());
+        std::filesystem::remove_all(dir, ignored);
 }
 
 //==============================================================================
