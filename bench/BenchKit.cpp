@@ -263,3 +263,13 @@ std::string fixed(double value, int decimals)
     std::snprintf(buf, sizeof buf, "%.*f", decimals, value);
     return buf;
 }
+
+double shown(double value, int decimals)
+{
+    return std::strtod(fixed(value, decimals).c_str(), nullptr);
+}
+
+std::string verdict(const std::string& goal, bool met)
+{
+    return goal + (met ? ": met" : ": not met");
+}

@@ -110,3 +110,8 @@ std::string tableLine(const TableRow& row);
 void addTableRow(const TableRow& row);
 /** A number with `decimals` decimals, as the table shows it. */
 std::string fixed(double value, int decimals);
+/** The number as `fixed` shows it: a goal is judged on that, so that a row
+    never reads "0.50" beside "< 0.5 %: met". */
+double shown(double value, int decimals);
+/** The goal column: "GOAL: met" or "GOAL: not met". */
+std::string verdict(const std::string& goal, bool met);

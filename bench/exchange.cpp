@@ -140,7 +140,7 @@ void tableRow(const char* figure, const Figures& link, const Figures& peer, cons
     const double ratio = link.perSecond / peer.perSecond;
     std::string goalText = "-";
     if (goalRatio > 0)
-        goalText = std::string(goal) + (ratio >= goalRatio ? ": met" : ": not met");
+        goalText = verdict(goal, shown(ratio, 2) >= goalRatio);
     addTableRow({ figure, fixed(link.perSecond, 0), fixed(peer.perSecond, 0) + " (" + peerName + ")",
                   fixed(ratio, 2), goalText });
 }

@@ -44,6 +44,6 @@ int main(int argc, char** argv)
     std::printf("  CPU %.2f s: %.2f%% of a core (the kernel counts in steps of %.2f%% over this time)\n",
                 cpu1 - cpu0, percent, 100.0 / (double) sysconf(_SC_CLK_TCK) / elapsed);
     addTableRow({ "idle CPU, one board open (% of a core)", fixed(percent, 2), "-", "-",
-                  std::string("< 0.5 %: ") + (percent < 0.5 ? "met" : "not met") });
+                  verdict("< 0.5 %", shown(percent, 2) < 0.5) });
     return 0;
 }

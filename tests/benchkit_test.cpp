@@ -51,6 +51,8 @@ TEST(BenchKit, TableLinesKeepTheirFields)
     EXPECT_EQ(tableLine({ "a|b", "1", "", "-", "-" }), "TABLE|a/b|1||-|-");
     EXPECT_EQ(fixed(8912.46, 0), "8912");
     EXPECT_EQ(fixed(0.756, 2), "0.76");
+    EXPECT_EQ(shown(0.4998, 2), 0.5);
+    EXPECT_EQ(verdict("< 0.5 %", false), "< 0.5 %: not met");
 }
 
 TEST(BenchKit, LinesAreStampedAsTheirEndArrives)
