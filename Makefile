@@ -64,8 +64,15 @@ demo: deps
 package: build
 	cd build && cpack -G DEB
 
+# Every build/bin/bench_* program in turn, then one table of the figures they
+# leave in build/bench-table.txt. QUICK=1 runs the long ones shorter.
 bench: build
-	@for b in build/bin/bench_*; do [ -x "$$b" ] && "$$b"; done
+	@rm -f build/bench-table.txt; failed=""; \
+	for b in build/bin/bench_*; do \
+	  [ -x "$$b" ] || continue; echo; \
+	  AVRTEST_BENCH_TABLE="$(CURDIR)/build/bench-table.txt" AVRTEST_BENCH_QUICK="$(QUICK)" "$$b" || failed="$$failed $${b##*/}"; \
+	done; echo; scripts/bench-table.sh build/bench-table.txt; \
+	if [ -n "$$failed" ]; then echo "Failed:$$failed"; exit 1; fi
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz

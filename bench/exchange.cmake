@@ -4,5 +4,5 @@ target_compile_options(bench_exchange PRIVATE ${AVRTEST_WARNINGS})
 target_compile_definitions(bench_exchange PRIVATE
   BOARDSIM_PATH="$<TARGET_FILE:boardsim>"
   AVRTEST_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
-target_link_libraries(bench_exchange PRIVATE avrcore avrtest_simprocess)
+target_link_libraries(bench_exchange PRIVATE avrcore avrtest_benchkit)
 add_dependencies(bench_exchange boardsim)

@@ -3,6 +3,7 @@
 // achieved as a fraction of what the wire allows.
 //
 // Usage: bench_flash [PAGES [BAUD]]   (default: the whole section, 19200 baud)
+#include "BenchKit.h"
 #include "FlashSession.h"
 #include "boards/DiskpackBoard.h"
 #include "firmware/XBootFWUpdater.h"
@@ -34,19 +35,17 @@ int main(int argc, char** argv)
 {
     const juce::ScopedJuceInitialiser_GUI juceRuntime;
 
-    char templ[] = "/tmp/avrtest-flash-bench-XXXXXX";
-    if (mkdtemp(templ) == nullptr)
+    const BenchDir dir("flash-bench");
+    if (!dir.ok())
     {
         std::fprintf(stderr, "bench_flash: cannot make a device directory\n");
         return 1;
     }
-    const std::string dir = templ;
-    setenv("AVRTEST_DEV_DIR", dir.c_str(), 1);
 
     const int baud = argc > 2 ? std::atoi(argv[2]) : 19200;
     int status = 1;
     {
-        SimProcess sim(dir, { "--board", "d", "--fault", "baud=" + std::to_string(baud) });
+        SimProcess sim(dir.path(), { "--board", "d", "--fault", "baud=" + std::to_string(baud) });
         DiskpackBoard board;
         if (!sim.isReady() || !board.findAndOpen(-1))
         {
@@ -87,10 +86,12 @@ int main(int argc, char** argv)
                 std::printf("bench_flash: the wire allows %.1f s at best (%.0f B/s of image): %.3f of the wire "
                             "limit\n",
                             wireSeconds, imageBytes / wireSeconds, wireSeconds / seconds);
+                addTableRow({ "flash update and verify (B/s of image)", fixed(imageBytes / seconds, 0),
+                              fixed(imageBytes / wireSeconds, 0) + " (wire limit, " + std::to_string(baud) + " baud)",
+                              fixed(wireSeconds / seconds, 3), "-" });
                 status = 0;
             }
         }
     }
-    juce::File(dir).deleteRecursively();
     return status;
 }
