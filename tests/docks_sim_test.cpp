@@ -6,10 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <sys/wait.h>
 
 #ifndef AVRTEST_BIN_DIR
 #error "AVRTEST_BIN_DIR must name the directory of the built programs"
@@ -148,17 +146,8 @@ TEST_F(DocksOverTheSocket, AvrflashUpdatesAThunderboltDockThroughItsBootloader)
     const auto file = scratch.getChildFile("dock.bin");
     ASSERT_TRUE(file.replaceWithData(image.getData(), image.getSize()));
 
-    const auto command = std::string(AVRTEST_BIN_DIR) + "/avrflash --id 1 m " +
-                         file.getFullPathName().toStdString() + " 2>&1";
-    std::string output;
-    FILE* p = popen(command.c_str(), "r");
-    ASSERT_NE(nullptr, p);
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
-        output.append(buf, n);
-    const int status = pclose(p);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << output;
+    const auto run = runProgram(std::string(AVRTEST_BIN_DIR) + "/avrflash --id 1 m " + file.getFullPathName().toStdString());
+    EXPECT_EQ(run.status, 0) << run.output;
 
     // What the dock's flash holds now, checked by the emulator itself.
     for (int offset : { 0, 512, 1024 })
@@ -168,6 +157,6 @@ TEST_F(DocksOverTheSocket, AvrflashUpdatesAThunderboltDockThroughItsBootloader)
             hex << juce::String::toHexString(static_cast<const uint8_t*>(image.getData()) + i, 1, 0);
         EXPECT_EQ("ok", sim->control("check 1 flash:" + juce::String::toHexString(offset).toStdString() + " " +
                                      hex.toStdString()))
-            << "offset " << offset << "\n" << output;
+            << "offset " << offset << "\n" << run.output;
     }
 }
