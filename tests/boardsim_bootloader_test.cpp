@@ -5,6 +5,7 @@
 #include "boardsim/personality.h"
 #include "boardsim/personality_bootloader.h"
 #include "support/EmulatedBoard.h"
+#include "support/EmulatorTestKit.h"
 #include "support/SimProcess.h"
 
 #include <gtest/gtest.h>
@@ -17,21 +18,10 @@
 #include <unistd.h>
 
 using namespace boardsim;
+using emutest::hex;
 
 namespace
 {
-std::string hex(const std::vector<unsigned char>& bytes)
-{
-    static const char digits[] = "0123456789ABCDEF";
-    std::string s;
-    for (auto b : bytes)
-    {
-        s += digits[b >> 4];
-        s += digits[b & 15];
-    }
-    return s;
-}
-
 std::vector<unsigned char> pageBytes(int seed)
 {
     std::vector<unsigned char> page(BootloaderState::kPageSize);

@@ -12,9 +12,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <functional>
 #include <mutex>
-#include <poll.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -24,31 +22,16 @@
 #include "boardsim/personality.h"
 #include "boardsim/simulator.h"
 #include "boardsim/wire.h"
+#include "support/EmulatorTestKit.h"
 
 using namespace boardsim;
+using namespace emutest;
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
 namespace {
 
-// Deadlines are generous: a loaded two-core machine may stall any step for a
-// while, and a deadline that is reached only means a failure.
-constexpr auto kWait = 5s;
-const std::string kNone = "<nothing>";
 const std::string kRemote = "Remote Control AVR board V1.00";
-
-struct TempDir {
-    std::string path;
-    TempDir()
-    {
-        char p[] = "/tmp/boardsim_test.XXXXXX";
-        if (!mkdtemp(p))
-            throw std::runtime_error("mkdtemp failed");
-        path = p;
-    }
-    ~TempDir() { fs::remove_all(path); }
-};
 
 bool isLink(const std::string& path) { return fs::is_symlink(fs::symlink_status(path)); }
 bool isError(const std::string& answer) { return answer.rfind("error: ", 0) == 0; }
@@ -58,79 +41,6 @@ bool linksToPty(const std::string& path)
     std::error_code ec;
     return fs::read_symlink(path, ec).string().rfind("/dev/pts/", 0) == 0;
 }
-
-// A pty or pipe end; what comes in is kept until a test takes it.
-class Stream {
-public:
-    Stream(int f = -1) : fd(f) {}
-    ~Stream()
-    {
-        if (fd >= 0)
-            ::close(fd);
-    }
-    Stream(const Stream&) = delete;
-    Stream& operator=(const Stream&) = delete;
-
-    bool write(const std::string& bytes)
-    {
-        for (size_t done = 0; done < bytes.size();) {
-            pollfd p{fd, POLLOUT, 0};
-            if (::poll(&p, 1, 5000) <= 0)
-                return false;
-            const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-            if (n < 0 && errno != EAGAIN && errno != EINTR)
-                return false;
-            done += n > 0 ? static_cast<size_t>(n) : 0;
-        }
-        return true;
-    }
-    // One line without its "\r\n", or kNone if none came in time.
-    std::string line(std::chrono::milliseconds limit = kWait)
-    {
-        if (!fill([&] { return buffer_.find('\n') != std::string::npos; }, limit))
-            return kNone;
-        const auto nl = buffer_.find('\n');
-        std::string l = buffer_.substr(0, nl > 0 && buffer_[nl - 1] == '\r' ? nl - 1 : nl);
-        buffer_.erase(0, nl + 1);
-        return l;
-    }
-    // `count` bytes, or those that came in time.
-    std::string bytes(size_t count)
-    {
-        fill([&] { return buffer_.size() >= count; });
-        std::string out = buffer_.substr(0, count);
-        buffer_.erase(0, out.size());
-        return out;
-    }
-    // True once the far end is gone: reads report end of file or an error.
-    bool hungUp() { return !fill([] { return false; }) && ended_; }
-
-    int fd;
-
-private:
-    bool fill(const std::function<bool()>& enough, std::chrono::milliseconds limit = kWait)
-    {
-        const auto deadline = Clock::now() + limit;
-        while (!enough()) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-            pollfd p{fd, POLLIN, 0};
-            if (ended_ || left.count() <= 0)
-                return false;
-            if (::poll(&p, 1, static_cast<int>(left.count()) + 1) <= 0)
-                continue;
-            char chunk[512];
-            const ssize_t n = ::read(fd, chunk, sizeof chunk);
-            if (n > 0)
-                buffer_.append(chunk, static_cast<size_t>(n));
-            else if (n == 0 || (errno != EAGAIN && errno != EINTR))
-                ended_ = true;
-        }
-        return true;
-    }
-
-    std::string buffer_;
-    bool ended_ = false;
-};
 
 // The host end of a board's serial port, set up the way the product sets
 // up a real one: raw, 8 data bits, even parity, one stop bit.
@@ -550,55 +460,6 @@ TEST(BoardsimProgram, HelpAndBadUsageExitStatuses)
     }
 }
 
-namespace {
-
-// boardsim run as a child process with pipes on its stdin and stdout;
-// killed if the test gives up on it.
-struct Child {
-    explicit Child(std::vector<std::string> args)
-    {
-        args.insert(args.begin(), BOARDSIM_PATH);
-        std::vector<char*> argv;
-        for (auto& a : args)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        int i[2], o[2];
-        if (pipe2(i, O_CLOEXEC) || pipe2(o, O_CLOEXEC))
-            throw std::runtime_error("pipe failed");
-        if ((pid = fork()) == 0) {
-            dup2(i[0], 0);
-            dup2(o[1], 1);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        ::close(i[0]);
-        ::close(o[1]);
-        in.fd = i[1];
-        out.fd = o[0];
-    }
-    ~Child()
-    {
-        if (pid > 0 && ::kill(pid, SIGKILL) == 0)
-            waitpid(pid, nullptr, 0);
-    }
-
-    // The exit status, or -1 if the child did not end in time: its stdout
-    // closes as it ends.
-    int wait()
-    {
-        int st = 0;
-        if (!out.hungUp() || waitpid(pid, &st, 0) != pid)
-            return -1;
-        pid = -1;
-        return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
-    }
-
-    Stream in, out;
-    pid_t pid = -1;
-};
-
-} // namespace
-
 TEST(BoardsimProgram, PublishesBeforeReadyAndRemovesTheLinksHoweverItEnds)
 {
     TempDir dir;
@@ -606,7 +467,7 @@ TEST(BoardsimProgram, PublishesBeforeReadyAndRemovesTheLinksHoweverItEnds)
     const std::string r = dir.path + "/tty.usbserial-remote";
     for (const std::string end : {"quit", "end of input", "SIGTERM", "SIGINT"}) {
         SCOPED_TRACE(end);
-        Child child({"--dir", dir.path, "--log", "--board", "d", "--id", "3", "--board", "r", "--name", "remote"});
+        Child child({BOARDSIM_PATH, "--dir", dir.path, "--log", "--board", "d", "--id", "3", "--board", "r", "--name", "remote"});
         ASSERT_EQ(child.out.line(), "ready");
         ASSERT_TRUE(isLink(d) && isLink(r));
 
@@ -623,8 +484,7 @@ TEST(BoardsimProgram, PublishesBeforeReadyAndRemovesTheLinksHoweverItEnds)
             ASSERT_TRUE(child.in.write("quit\n"));
             EXPECT_EQ(child.out.line(), "ok");
         } else if (end == "end of input") {
-            ::close(child.in.fd);
-            child.in.fd = -1;
+            child.in.close();
         } else {
             ::kill(child.pid, end == "SIGTERM" ? SIGTERM : SIGINT);
         }

@@ -4,81 +4,26 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include "docksim/json.h"
 #include "docksim/options.h"
+#include "support/EmulatorTestKit.h"
 
+using namespace emutest;
 using namespace docksim;
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
 namespace {
 
-// Generous: a loaded two-core machine may stall any step for a while.
-constexpr auto kWait = 10s;
 const std::string kUsbDriver = "com_tarvoworks_driver_usbDockDriver";
 const std::string kTbtDriver = "com_tarvoworks_driver_TbtDockDriver";
 constexpr int64_t kNotAttached = 0xE00002D9;
-
-// Lines from a file descriptor, kept until taken.
-class LineSource {
-public:
-    explicit LineSource(int fd = -1) : fd_(fd) {}
-    ~LineSource()
-    {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    int fd() const { return fd_; }
-    void reset(int fd) { fd_ = fd; }
-    // The next line, or "<nothing>" if none came in time.
-    std::string line(std::chrono::milliseconds limit = kWait)
-    {
-        const auto deadline = Clock::now() + limit;
-        for (;;) {
-            const auto nl = buffer_.find('\n');
-            if (nl != std::string::npos) {
-                std::string out = buffer_.substr(0, nl);
-                buffer_.erase(0, nl + 1);
-                return out;
-            }
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-            pollfd p{fd_, POLLIN, 0};
-            if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) <= 0)
-                return "<nothing>";
-            char chunk[65536];
-            const ssize_t n = ::read(fd_, chunk, sizeof chunk);
-            if (n <= 0)
-                return "<closed>";
-            buffer_.append(chunk, static_cast<size_t>(n));
-        }
-    }
-
-private:
-    int fd_;
-    std::string buffer_;
-};
-
-std::string hex(const std::vector<uint8_t>& bytes)
-{
-    static const char d[] = "0123456789ABCDEF";
-    std::string out;
-    for (uint8_t b : bytes)
-        out += {d[b >> 4], d[b & 15]};
-    return out;
-}
 
 Json parsed(const std::string& text)
 {
@@ -92,56 +37,27 @@ class Docksim {
 public:
     explicit Docksim(std::vector<std::string> args)
     {
-        char dir[] = "/tmp/docksim_test.XXXXXX";
-        dir_ = ::mkdtemp(dir);
-        socket_ = dir_ + "/dock.sock";
-        args.insert(args.begin(), {DOCKSIM_PATH, "--socket", socket_});
-        int in[2], out[2];
-        if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0)
-            throw std::runtime_error("pipe");
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::dup2(in[0], 0);
-            ::dup2(out[1], 1);
-            std::vector<char*> argv;
-            for (auto& a : args)
-                argv.push_back(a.data());
-            argv.push_back(nullptr);
-            ::execv(argv[0], argv.data());
-            ::_exit(127);
-        }
-        ::close(in[0]);
-        ::close(out[1]);
-        toChild_ = in[1];
-        out_.reset(out[0]);
-        ready_ = out_.line() == "ready";
+        args.insert(args.begin(), {DOCKSIM_PATH, "--socket", socketPath()});
+        child_ = std::make_unique<Child>(args);
+        ready_ = child_->out.line() == "ready";
     }
     ~Docksim()
     {
-        ::close(toChild_); // end of file on stdin ends it
-        int status = 0;
-        const auto deadline = Clock::now() + kWait;
-        while (::waitpid(pid_, &status, WNOHANG) == 0 && Clock::now() < deadline)
-            ::usleep(10000);
-        if (::waitpid(pid_, &status, WNOHANG) == 0) {
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, &status, 0);
-        }
-        fs::remove_all(dir_);
+        child_->in.close(); // end of file on stdin ends it
+        child_->wait();
     }
 
     bool ready() const { return ready_; }
-    const std::string& socketPath() const { return socket_; }
-    bool exited(int& status) { return ::waitpid(pid_, &status, 0) == pid_; }
+    std::string socketPath() const { return dir_.path + "/dock.sock"; }
+    int exitStatus() { return child_->wait(); }
 
     // Sends a control line; returns its answer, keeping other lines printed.
     std::string control(const std::string& line)
     {
-        const std::string sent = line + "\n";
-        if (::write(toChild_, sent.data(), sent.size()) != static_cast<ssize_t>(sent.size()))
+        if (!child_->in.write(line + "\n"))
             return "<unwritten>";
         for (;;) {
-            std::string l = out_.line();
+            std::string l = child_->out.line();
             if (l == "ok" || l.rfind("error: ", 0) == 0 || l[0] == '<')
                 return l;
             printed_.push_back(l);
@@ -154,7 +70,7 @@ public:
             for (const auto& p : printed_)
                 if (p == line)
                     return true;
-            std::string l = out_.line();
+            std::string l = child_->out.line();
             if (l[0] == '<')
                 return false;
             printed_.push_back(l);
@@ -162,10 +78,8 @@ public:
     }
 
 private:
-    std::string dir_, socket_;
-    pid_t pid_ = -1;
-    int toChild_ = -1;
-    LineSource out_;
+    TempDir dir_;
+    std::unique_ptr<Child> child_;
     std::vector<std::string> printed_;
     bool ready_ = false;
 };
@@ -180,14 +94,14 @@ public:
         addr.sun_family = AF_UNIX;
         std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
         connected_ = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
-        in_.reset(fd);
+        in_.fd = fd;
     }
     bool connected() const { return connected_; }
 
     bool sendRaw(const std::string& text)
     {
         for (size_t done = 0; done < text.size();) {
-            const ssize_t n = ::send(in_.fd(), text.data() + done, text.size() - done, MSG_NOSIGNAL);
+            const ssize_t n = ::send(in_.fd, text.data() + done, text.size() - done, MSG_NOSIGNAL);
             if (n <= 0)
                 return false;
             done += static_cast<size_t>(n);
@@ -297,7 +211,7 @@ public:
     }
 
 private:
-    LineSource in_;
+    Stream in_;
     bool connected_ = false;
     int64_t nextId_ = 1, nextCall_ = 100;
     std::vector<Json> completions_;
@@ -780,8 +694,6 @@ TEST(DocksimProcess, SurvivesBadInputAndAnswersWhatItCan)
     }
     EXPECT_EQ(c.match("class", kTbtDriver).size(), 1u) << "still serving after all that";
     EXPECT_EQ(sim.control("quit"), "ok");
-    int status = -1;
-    ASSERT_TRUE(sim.exited(status));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(sim.exitStatus(), 0);
     EXPECT_FALSE(fs::exists(sim.socketPath())) << "the socket file is removed";
 }

@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <sys/wait.h>
 
 #ifndef AVRTEST_BIN_DIR
 #error "AVRTEST_BIN_DIR must name the directory of the built programs"
@@ -37,6 +36,15 @@ juce::MemoryBlock pages(const juce::MemoryBlock& image)
     padded.fillWith(0xFF);
     padded.copyFrom(image.getData(), 0, image.getSize());
     return padded;
+}
+
+/** Whether `printed` holds every one of `parts`; a failure shows it all. */
+::testing::AssertionResult printedAll(const std::string& printed, std::initializer_list<const char*> parts)
+{
+    for (const char* part : parts)
+        if (printed.find(part) == std::string::npos)
+            return ::testing::AssertionFailure() << "no \"" << part << "\" in:\n" << printed;
+    return ::testing::AssertionSuccess();
 }
 
 /** One emulated diskpack board, and the product's board and updater for it. */
@@ -112,9 +120,8 @@ TEST_F(SimBoard, AMultiPageUpdateSurvivesARefusalAndAStall)
     EXPECT_EQ(10, report.pagesWritten);
     EXPECT_EQ(10, report.pagesVerified);
     EXPECT_FALSE(report.endFailed);
-    const auto text = progressText();
-    EXPECT_NE(std::string::npos, text.find("page 0 at 0x00000: wrote page with 2 retries\n")) << text;
-    EXPECT_NE(std::string::npos, text.find("page 0 at 0x00000: Read page with 1 retries\n")) << text;
+    EXPECT_TRUE(printedAll(progressText(), { "page 0 at 0x00000: wrote page with 2 retries\n",
+                                             "page 0 at 0x00000: Read page with 1 retries\n" }));
 
     // The board got "#" and runs its application again...
     ASSERT_TRUE(sim->waitForOutput("rx 0 #"));
@@ -171,7 +178,7 @@ TEST_F(SimBoard, AWrongReadChecksumFailsThatPageOnly)
     EXPECT_EQ(firmwareStatusVerifyFailed, report.status);
     EXPECT_EQ((juce::Array<int> { 0 }), report.badPages);
     EXPECT_EQ(3, report.pagesVerified);
-    EXPECT_NE(std::string::npos, progressText().find("page 0 at 0x00000: Verify checksum fail: expected 0x"));
+    EXPECT_TRUE(printedAll(progressText(), { "page 0 at 0x00000: Verify checksum fail: expected 0x" }));
 }
 
 TEST_F(SimBoard, ABoardWaitingInItsBootloaderIsFoundByTheBootloaderIdentity)
@@ -200,26 +207,9 @@ TEST_F(SimBoard, ABoardWaitingInItsBootloaderIsFoundByTheBootloaderIdentity)
 //==============================================================================
 namespace
 {
-struct Run
+ProgramRun avrflash(const std::string& args)
 {
-    int status = -1;
-    std::string output;
-};
-
-Run avrflash(const std::string& args)
-{
-    Run run;
-    const std::string command = std::string(AVRTEST_BIN_DIR) + "/avrflash " + args + " 2>&1";
-    FILE* p = popen(command.c_str(), "r");
-    if (p == nullptr)
-        return run;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
-        run.output.append(buf, n);
-    const int status = pclose(p);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return runProgram(std::string(AVRTEST_BIN_DIR) + "/avrflash " + args);
 }
 
 struct Avrflash : SimBoard
@@ -246,15 +236,13 @@ TEST_F(Avrflash, UpdatesVerifiesAndReadsBackAnEmulatedBoard)
 
     auto run = avrflash("--id 1 d " + hex);
     EXPECT_EQ(0, run.status) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("Found Diskpack board V1.00 on ")) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("Writing app.hex: Intel HEX, 1290 bytes in 6 pages of 256")) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("wrote page with 1 retries")) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("Read page with 1 retries")) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("Updated and verified: 6 pages written, 6 read back equal")) << run.output;
+    EXPECT_TRUE(printedAll(run.output, { "Found Diskpack board V1.00 on ", "Writing app.hex: Intel HEX, 1290 bytes in 6 pages of 256",
+                                  "wrote page with 1 retries", "Read page with 1 retries",
+                                  "Updated and verified: 6 pages written, 6 read back equal" }));
 
     run = avrflash("--verify-only d " + hex);
     EXPECT_EQ(0, run.status) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("Verified: all 6 pages match app.hex")) << run.output;
+    EXPECT_TRUE(printedAll(run.output, { "Verified: all 6 pages match app.hex" }));
 
     const auto back = scratch.getChildFile("back.bin");
     run = avrflash("--read " + back.getFullPathName().toStdString() + " d");
@@ -269,7 +257,7 @@ TEST_F(Avrflash, UpdatesVerifiesAndReadsBackAnEmulatedBoard)
     const auto other = writeHex(imageOf(5 * pageSize + 10, 12), "other.hex");
     run = avrflash("--verify-only d " + other);
     EXPECT_EQ(1, run.status) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("avrflash: 6 of 6 pages did not verify: 0, 1, 2, 3, 4, 5")) << run.output;
+    EXPECT_TRUE(printedAll(run.output, { "avrflash: 6 of 6 pages did not verify: 0, 1, 2, 3, 4, 5" }));
 }
 
 TEST_F(Avrflash, RefusesAnImageLargerThanTheApplicationSectionWithoutTouchingTheBoard)
@@ -278,9 +266,7 @@ TEST_F(Avrflash, RefusesAnImageLargerThanTheApplicationSectionWithoutTouchingThe
     const auto hex = writeHex(imageOf(0x1E000 + 1, 0), "big.hex");
     const auto run = avrflash("d " + hex);
     EXPECT_EQ(1, run.status);
-    EXPECT_NE(std::string::npos, run.output.find("the image is 122881 bytes, larger than the 122880-byte (0x1E000) "
-                                                 "application section"))
-        << run.output;
+    EXPECT_TRUE(printedAll(run.output, { "the image is 122881 bytes, larger than the 122880-byte (0x1E000) application section" }));
     EXPECT_EQ(std::string::npos, run.output.find("Looking for")) << run.output;
     // A control round trip: every line the board printed before it has arrived.
     ASSERT_EQ("ok", sim->control("fault 0 clear"));
@@ -295,11 +281,11 @@ TEST_F(Avrflash, RecoversABoardLeftInItsBootloader)
 
     auto run = avrflash("d " + hex);
     EXPECT_EQ(1, run.status) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("avrflash: no Diskpack board answered on the serial ports")) << run.output;
+    EXPECT_TRUE(printedAll(run.output, { "avrflash: no Diskpack board answered on the serial ports" }));
 
     run = avrflash("--bootloader d " + hex);
     EXPECT_EQ(0, run.status) << run.output;
-    EXPECT_NE(std::string::npos, run.output.find("Found (bootloader) Diskpack board V1.00 on ")) << run.output;
+    EXPECT_TRUE(printedAll(run.output, { "Found (bootloader) Diskpack board V1.00 on " }));
 
     // Out of the bootloader, the application answers as usual.
     run = avrflash("--verify-only d " + hex);
@@ -313,7 +299,7 @@ TEST_F(Avrflash, ExitStatusTwoForBadUsage)
     {
         const auto run = avrflash(args);
         EXPECT_EQ(2, run.status) << args << "\n" << run.output;
-        EXPECT_NE(std::string::npos, run.output.find("Try 'avrflash --help'.")) << args;
+        EXPECT_TRUE(printedAll(run.output, { "Try 'avrflash --help'." })) << args;
     }
     const auto help = avrflash("--help");
     EXPECT_EQ(0, help.status);

@@ -1,9 +1,6 @@
-#include "support/BoardTestKit.h"
+#include "support/DockHeard.h"
 #include "support/FakeTbtDockDriver.h"
 #include "support/JucePrinters.h"
-
-#include "docks/thunderbolt/TbtCd2Board.h"
-#include "docks/thunderbolt/TbtSingleBoard.h"
 
 #include <functional>
 #include <memory>
@@ -16,28 +13,6 @@ namespace
 using Answer = FakeTbtDockDriver::Answer;
 using Entry = DockPlatform::Entry;
 using Node = FakeDockRegistry::Node;
-
-/** Hears the five events both docks share; `Listener` adds its own. */
-template <class Listener>
-struct HeardBy : Listener, Heard
-{
-    using Listener::Listener;
-    void debugText(const juce::String& t) override { add("debug " + t.toStdString()); }
-    void dockTemperature(int d) override { add("dock " + std::to_string(d)); }
-    void diskpackTemperature(int d) override { add("pack " + std::to_string(d)); }
-    void diskpackChanged(bool present, bool fault) override { add(onOff(present, "present", "absent") + onOff(fault, " fault", "")); }
-    void ejectButton(bool down) override { add(onOff(down, "eject down", "eject up")); }
-};
-struct SingleHeard : HeardBy<TbtSingleBoardEventListener>
-{
-    using HeardBy::HeardBy;
-    void diskpackLed(bool on) override { add(onOff(on, "led on", "led off")); }
-};
-struct Cd2Heard : HeardBy<TbtCd2BoardEventListener>
-{
-    using HeardBy::HeardBy;
-    void fanSpeed(int s) override { add("fan " + std::to_string(s)); }
-};
 
 struct TbtTest : ::testing::Test
 {

@@ -1,4 +1,4 @@
-#include "support/BoardTestKit.h"
+#include "support/DockHeard.h"
 #include "support/FakeUsbDockDriver.h"
 
 #include "docks/usb/DriverInstanceList.h"
@@ -14,15 +14,6 @@ using Driver = FakeUsbDockDriver;
 namespace
 {
 constexpr int noPolling = 3600 * 1000;
-
-struct DockHeard : XferDockEventListener, Heard
-{
-    using XferDockEventListener::XferDockEventListener;
-    void dockFault(bool on) override { add(onOff(on, "fault on", "fault off")); }
-    void diskpackChanged(bool in, bool wp) override { add(onOff(in, "pack present", "pack absent") + onOff(wp, " wp", "")); }
-    void ejectButton(bool down) override { add(onOff(down, "eject down", "eject up")); }
-    void diskpackTemperature(int degrees) override { add("temp " + std::to_string(degrees)); }
-};
 
 /** A status reply: subcode 0, then the given bytes set, the rest zero. */
 Driver::Completion status(std::initializer_list<std::pair<int, int>> set)
@@ -100,7 +91,7 @@ TEST_F(UsbDock, StatusChangesReachTheListenersThatWantThem)
     {
         SCOPED_TRACE(c.name);
         ASSERT_TRUE(open());
-        DockHeard heard(c.mask);
+        UsbDockHeard heard(c.mask);
         dock->registerListener(&heard);
         for (const auto& update : c.updates)
         {

@@ -56,8 +56,11 @@ protected:
         commandsSeen = commands().size();
     }
 
+    /** A fresh docksim and console; those of a previous case are ended first. */
     void start(const std::string& letter, const std::vector<std::string>& simArgs = {})
     {
+        console.reset();
+        sim.reset();
         startSim(letter, simArgs);
         ASSERT_NO_FATAL_FAILURE(startConsole({ letter, "0" }));
         // A Thunderbolt dock's opening state arrives through its event poll;
@@ -130,6 +133,16 @@ protected:
             ASSERT_TRUE(console->waitFor("[y/n] > "));
             console->line("y");
         }
+    }
+
+    /** An empty directory for the autotest records, given to the console. */
+    std::string freshRecords()
+    {
+        const std::string records = dir.path() + "/records";
+        juce::File(records).deleteRecursively();
+        juce::File(records).createDirectory();
+        setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
+        return records;
     }
 
     void TearDown() override
@@ -218,8 +231,6 @@ TEST_F(DockConsoleTest, ThunderboltKeys)
         runKeys(d.keys);
         ASSERT_TRUE(console->key('x'));
         EXPECT_EQ(console->exitStatus(), 0);
-        console.reset();
-        sim.reset();
     }
 }
 
@@ -260,8 +271,6 @@ TEST_F(DockConsoleTest, AFailedOperationPrintsFailed)
         start(c.letter);
         ASSERT_EQ(sim->control("fault " + c.fault), "ok");
         runKeys({ c.key });
-        console.reset();
-        sim.reset();
     }
 }
 
@@ -398,25 +407,18 @@ TEST_F(DockConsoleTest, ThunderboltAutotestsAnsweredYesPass)
         EXPECT_NE(std::find(wire.begin(), wire.end(), "tbt 0 S004D"), wire.end());
         ASSERT_TRUE(console->key('x'));
         EXPECT_EQ(console->exitStatus(), 0);
-        console.reset();
-        sim.reset();
     }
 }
 
 TEST_F(DockConsoleTest, ThunderboltRailBoundsAndANoFailTheRunAndItsRecord)
 {
-    const std::string records = dir.path() + "/records";
-    juce::File(records).createDirectory();
-    setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
+    const std::string records = freshRecords();
     start("m");
     // 0.95 and 1.05 x nominal pass; a millivolt beyond either fails.
     for (const char* rail : { "rail 0 11400", "rail 1 5251", "rail 3 997", "rail 4 3465" })
         ASSERT_EQ(sim->control(rail), "ok");
     ASSERT_TRUE(console->key('!'));
-    ASSERT_TRUE(console->waitFor("[y/n] > "));
-    console->line("y");
-    ASSERT_TRUE(console->waitFor("[y/n] > "));
-    console->line("y");
+    answerFirstTwo();
     ASSERT_TRUE(console->waitFor("Testing voltage rail (12V)...\nVoltage: 11400 mV\nSuccess! Voltage within 5 percent "
                                  "margin.\nTesting voltage rail (5V0)...\nVoltage: 5251 mV\nFailed; voltage higher "
                                  "than acceptable upper bound.\n"))
@@ -464,8 +466,6 @@ TEST_F(DockConsoleTest, ThunderboltRailBoundsAndANoFailTheRunAndItsRecord)
 
 TEST_F(DockConsoleTest, UsbAutotestRecordsAPassAndAFail)
 {
-    const std::string records = dir.path() + "/records";
-    setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
     const struct
     {
         int rail0;
@@ -477,8 +477,7 @@ TEST_F(DockConsoleTest, UsbAutotestRecordsAPassAndAFail)
     for (const auto& r : runs)
     {
         SCOPED_TRACE(r.rail0);
-        juce::File(records).deleteRecursively();
-        juce::File(records).createDirectory();
+        const std::string records = freshRecords();
         start("s");
         ASSERT_EQ(sim->control("rail 0 " + std::to_string(r.rail0)), "ok");
         ASSERT_TRUE(console->key('!'));
@@ -510,9 +509,7 @@ TEST_F(DockConsoleTest, UsbAutotestRecordsAPassAndAFail)
 
 TEST_F(DockConsoleTest, CtrlCSkipsTheDockOperationsButStillAsks)
 {
-    const std::string records = dir.path() + "/records";
-    juce::File(records).createDirectory();
-    setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
+    const std::string records = freshRecords();
     start("m");
     ASSERT_TRUE(console->key('!'));
     answerAll("y", "Is the LED currently RED? [y/n] > ");
@@ -545,9 +542,7 @@ TEST_F(DockConsoleTest, CtrlCSkipsTheDockOperationsButStillAsks)
 
 TEST_F(DockConsoleTest, AKilledAutotestLeavesNoRecordBehind)
 {
-    const std::string records = dir.path() + "/records";
-    juce::File(records).createDirectory();
-    setenv("AVRTEST_RECORD_DIR", records.c_str(), 1);
+    const std::string records = freshRecords();
     start("n");
     ASSERT_TRUE(console->key('!'));
     answerAll("y", "Is the LED currently RED? [y/n] > ");
@@ -559,60 +554,31 @@ TEST_F(DockConsoleTest, AKilledAutotestLeavesNoRecordBehind)
 //==============================================================================
 // Readings and faults the emulator is told to give.
 
-TEST_F(DockConsoleTest, DiskpackIdTwoPassesOnThunderboltButNotOnUsb)
+TEST_F(DockConsoleTest, ReadingsAndFaultsDecideTheirSteps)
 {
     const struct
     {
-        std::string letter, printed;
-    } docks[] = { { "m", "Diskpack ID: 2 is valid. Success.\n" }, { "s", "FAIL: Diskpack ID: 2\n" } };
-    for (const auto& d : docks)
+        std::string letter, control;
+        char key;
+        std::string printed;
+    } cases[] = {
+        { "m", "diskpack-id 0 2", '!', "Diskpack ID: 2 is valid. Success.\n" },
+        { "s", "diskpack-id 0 2", '!', "FAIL: Diskpack ID: 2\n" },
+        // A GUID passes only when it begins with 28.
+        { "n", "guid 0 28FFFFFFFFFFFFFF", '!', "Diskpack Guid: 28FFFFFFFFFFFFFF... Success\n" },
+        { "n", "guid 0 82FFFFFFFFFFFFFF", '!', "Diskpack Guid: 82FFFFFFFFFFFFFF... Failed\n" },
+        // An EEPROM mismatch fails, an unreadable page alone does not.
+        { "m", "fault 0 eeprom-flip", 'W', "Compare fail page 0 byte 00 exp 00 act ff\nFailed\n" },
+        { "m", "fault 0 eeprom-read-fail", 'W', "Failed reading page 0\nPassed\n" },
+    };
+    for (const auto& c : cases)
     {
-        SCOPED_TRACE(d.letter);
-        start(d.letter);
-        ASSERT_EQ("ok", sim->control("diskpack-id 0 2"));
-        ASSERT_TRUE(console->key('!'));
-        if (d.letter == "m")
+        SCOPED_TRACE(c.letter + " " + c.control);
+        start(c.letter);
+        ASSERT_EQ("ok", sim->control(c.control));
+        ASSERT_TRUE(console->key(c.key));
+        if (c.key == '!' && c.letter != "s")
             answerFirstTwo();
-        EXPECT_TRUE(console->waitFor(d.printed));
-        console.reset();
-        sim.reset();
-    }
-}
-
-TEST_F(DockConsoleTest, AGuidPassesOnlyWhenItBeginsWith28)
-{
-    const struct
-    {
-        std::string guid, verdict;
-    } cases[] = { { "28FFFFFFFFFFFFFF", "Success" }, { "82FFFFFFFFFFFFFF", "Failed" } };
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.guid);
-        start("n");
-        ASSERT_EQ("ok", sim->control("guid 0 " + c.guid));
-        ASSERT_TRUE(console->key('!'));
-        answerFirstTwo();
-        EXPECT_TRUE(console->waitFor("Diskpack Guid: " + c.guid + "... " + c.verdict + "\n"));
-        console.reset();
-        sim.reset();
-    }
-}
-
-TEST_F(DockConsoleTest, EepromMismatchFailsButAnUnreadablePageAloneDoesNot)
-{
-    const struct
-    {
-        std::string fault, printed;
-    } cases[] = { { "eeprom-flip", "Compare fail page 0 byte 00 exp 00 act ff\nFailed\n" },
-                  { "eeprom-read-fail", "Failed reading page 0\nPassed\n" } };
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.fault);
-        start("m");
-        ASSERT_EQ("ok", sim->control("fault 0 " + c.fault));
-        ASSERT_TRUE(console->key('W'));
         EXPECT_TRUE(console->waitFor(c.printed));
-        console.reset();
-        sim.reset();
     }
 }

@@ -143,44 +143,35 @@ const std::vector<std::string> threeDiskpacks { "--board", "d", "--id", "0", "--
                                                 "--board", "d", "--id", "2", "--version", "V2.2" };
 }
 
-TEST(ConsoleCheckMode, CountsBoardsAcrossIdsAndPrintsTheLastFound)
-{
-    auto run = checkRunFound(threeDiskpacks, { "d", "2", "c" });
-    EXPECT_EQ(run.printed, "Diskpack board V2.1\n");
-    EXPECT_EQ(run.status, 0);
-
-    // A second board with the same id counts too.
-    run = checkRunFound(threeDiskpacks, { "d", "3", "check" });
-    EXPECT_EQ(run.printed, "Diskpack board V2.2\n");
-    EXPECT_EQ(run.status, 0);
-}
-
-TEST(ConsoleCheckMode, TooFewBoardsFail)
-{
-    const auto run = checkRun(threeDiskpacks, { "d", "4", "c" });
-    EXPECT_EQ(run.printed, "Failed to find diskpack board id 4!\n");
-    EXPECT_EQ(run.status, 255);
-}
-
-TEST(ConsoleCheckMode, ZeroWantedStillLooksOnceAndPastMissingIds)
-{
-    const auto run = checkRunFound({ "--board", "d", "--id", "3", "--version", "V3.0" }, { "d", "0", "c" });
-    EXPECT_EQ(run.printed, "Diskpack board V3.0\n");
-    EXPECT_EQ(run.status, 0);
-}
-
-TEST(ConsoleCheckMode, TransferStationsAreSearchedOnIdsZeroAndOne)
+TEST(ConsoleCheckMode, CountsBoardsOnTheSearchedIdsAndPrintsTheLastFound)
 {
     const std::vector<std::string> stations { "--board", "x", "--id", "1", "--version", "V1.1", //
                                               "--board", "x", "--id", "2", "--version", "V1.2" };
-    auto run = checkRunFound(stations, { "x", "1", "c" });
-    EXPECT_EQ(run.printed, "Transfer Station board V1.1\n");
-    // Id 2 lies outside the transfer station's search range.
-    run = checkRun(stations, { "x", "2", "c" });
-    EXPECT_EQ(run.printed, "Failed to find transfer station board id 2!\n");
-    // Without check mode the id given is the only one tried.
-    run = checkRun(stations, { "x", "0" });
-    EXPECT_EQ(run.printed, "Failed to find transfer station board id 0!\n");
+    const struct
+    {
+        std::vector<std::string> boards, args;
+        bool found;
+        std::string printed;
+    } cases[] = {
+        { threeDiskpacks, { "d", "2", "c" }, true, "Diskpack board V2.1\n" },
+        // A second board with the same id counts too.
+        { threeDiskpacks, { "d", "3", "check" }, true, "Diskpack board V2.2\n" },
+        { threeDiskpacks, { "d", "4", "c" }, false, "Failed to find diskpack board id 4!\n" },
+        // Zero wanted still looks once, and past missing ids.
+        { { "--board", "d", "--id", "3", "--version", "V3.0" }, { "d", "0", "c" }, true, "Diskpack board V3.0\n" },
+        // Transfer stations are searched on ids 0 and 1 only.
+        { stations, { "x", "1", "c" }, true, "Transfer Station board V1.1\n" },
+        { stations, { "x", "2", "c" }, false, "Failed to find transfer station board id 2!\n" },
+        // Without check mode the id given is the only one tried.
+        { stations, { "x", "0" }, false, "Failed to find transfer station board id 0!\n" },
+    };
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.printed);
+        const auto run = c.found ? checkRunFound(c.boards, c.args) : checkRun(c.boards, c.args);
+        EXPECT_EQ(run.printed, c.printed);
+        EXPECT_EQ(run.status, c.found ? 0 : 255);
+    }
 }
 
 //==============================================================================

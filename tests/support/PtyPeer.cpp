@@ -3,10 +3,12 @@
 #include "link/ComPort.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
 #include <stdexcept>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -195,6 +197,20 @@ bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
         juce::Thread::sleep(5);
     }
     return condition();
+}
+
+ProgramRun runProgram(const std::string& commandLine)
+{
+    ProgramRun run;
+    FILE* p = popen((commandLine + " 2>&1").c_str(), "r");
+    if (p == nullptr)
+        return run;
+    char buf[4096];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;)
+        run.output.append(buf, n);
+    const int status = pclose(p);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
 }
 
 LogCapture::LogCapture() : previous(juce::Logger::getCurrentLogger())

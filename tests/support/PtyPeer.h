@@ -85,6 +85,15 @@ private:
 /** Polls `condition` until it holds or `timeoutMs` passes. */
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs = 10000);
 
+/** A program run through the shell to its end: its exit status (-1 if it did
+    not exit) and everything it printed on standard output and error. */
+struct ProgramRun
+{
+    int status = -1;
+    std::string output;
+};
+ProgramRun runProgram(const std::string& commandLine);
+
 /** Collects the process's log lines while alive. */
 class LogCapture : public juce::Logger
 {
