@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <fstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -159,6 +160,58 @@ TEST_F(ComPortOnPty, ReadStringFraming)
 
     peer.write("ab\xC8" "cd\n");
     EXPECT_EQ(port.readString(line, 1080, 1000), -1);
+    EXPECT_EQ(port.readString(line, 1080, 1000), 2) << "what follows the bad byte stays";
+    EXPECT_EQ(line, "cd");
+}
+
+namespace
+{
+/** Read calls made so far by the calling thread. */
+long readCallsOfThisThread()
+{
+    std::ifstream io("/proc/thread-self/io");
+    std::string key;
+    long value = -1;
+    while (io >> key >> value)
+        if (key == "syscr:")
+            return value;
+    return -1;
+}
+}
+
+TEST_F(ComPortOnPty, ReadAheadIsServedInOrderAndDroppedWithTheDeviceQueue)
+{
+    const std::string text = std::string(1000, 'y') + "\n";
+    peer.write(text);
+    ASSERT_EQ(port.ready(1000), 1);
+    juce::String line;
+    const long before = readCallsOfThisThread();
+    ASSERT_GE(before, 0) << "no per-thread I/O accounting";
+    EXPECT_EQ(port.readString(line, 1080, 1000), 1000);
+    EXPECT_LT(readCallsOfThisThread() - before, 50) << "a line is fetched in a few calls, not one per byte";
+
+    // Bytes fetched ahead belong to the device's queue: the flush of a new
+    // configuration and a close drop them as they drop the device's own.
+    const struct
+    {
+        const char* sent;
+        bool reconfigure;
+    } dropped[] = { { "x\xA5", true }, { "xq", false } };
+    for (auto& d : dropped)
+    {
+        peer.write(d.sent);
+        ASSERT_EQ(port.readChar(1000), 'x');
+        if (d.reconfigure)
+            EXPECT_TRUE(port.set(9600, 8, ComPort::parityNone, 1, ComPort::flowNone)) << "the drain saw a flushed byte";
+        else
+        {
+            port.close();
+            ASSERT_TRUE(port.open(0, true));
+        }
+        EXPECT_EQ(port.ready(0), 0) << d.sent;
+        peer.write("!");
+        EXPECT_EQ(port.readChar(1000), '!') << d.sent;
+    }
 }
 
 TEST_F(ComPortOnPty, TimeoutsArePerCharacter)
