@@ -377,15 +377,15 @@ void ComPort::close()
     ::close(fd.exchange(-1));
 }
 
-bool ComPort::waitForInput(int timeoutMs, int wakeFd) const
+int ComPort::waitForInput(int timeoutMs, int wakeFd) const
 {
     if (buffered.load(std::memory_order_relaxed) > 0)
-        return true;
+        return 0;
     // The descriptor may be closed (even reused) while this waits: select then
     // waits on the old file or wakes early, and either is harmless.
     const int f = fd.load();
     if (f < 0 || f >= FD_SETSIZE || wakeFd >= FD_SETSIZE)
-        return false;
+        return -1;
     fd_set set;
     FD_ZERO(&set);
     FD_SET(f, &set);
@@ -394,5 +394,7 @@ bool ComPort::waitForInput(int timeoutMs, int wakeFd) const
     timeval tv;
     setTimeout(tv, timeoutMs);
     const int r = select(juce::jmax(f, wakeFd) + 1, &set, nullptr, nullptr, &tv);
-    return r >= 0 || errno == EINTR;
+    if (r < 0)
+        return errno == EINTR ? 0 : -1;
+    return wakeFd >= 0 && FD_ISSET(wakeFd, &set) ? 1 : 0;
 }

@@ -43,9 +43,10 @@ public:
     /** Waits until input is waiting, `wakeFd` (when not negative) turns
         readable or the time is up, and reads nothing. Unlike the rest it may
         run while the owner uses the port on another thread: a wait that ends
-        early is harmless. False when it could not wait (closed, or select
-        failed), so the caller pauses some other way. */
-    bool waitForInput(int timeoutMs, int wakeFd = -1) const;
+        early is harmless. Returns 1 when `wakeFd` is readable, 0 otherwise,
+        and -1 when it could not wait (closed, or select failed), so that the
+        caller pauses some other way. */
+    int waitForInput(int timeoutMs, int wakeFd = -1) const;
 
     bool isOpen() const noexcept { return open_.load(); }
     int getPortNumber() const noexcept { return portNumber; }

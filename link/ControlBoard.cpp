@@ -1,6 +1,9 @@
 #include "link/ControlBoard.h"
 
 #include <cstring>
+#include <fcntl.h>
+#include <sys/select.h>
+#include <unistd.h>
 
 namespace
 {
@@ -9,7 +12,6 @@ constexpr int identifyReadTimeoutMs = 100;
 constexpr int idReadTimeoutMs = 500;
 constexpr int replyReadTimeoutMs = 500;
 constexpr int eventReadTimeoutMs = 50;
-constexpr int idlePauseMs = 10;
 constexpr int idleChecksBeforeUnplugCheck = 50;
 constexpr int readErrorsBeforeClose = 100;
 
@@ -28,14 +30,60 @@ bool isEventLine(const juce::String& line)
     const auto c = line[0];
     return c >= 'a' && c <= 'z';
 }
+
+/** True when `fd` turned readable within the time; a negative fd just waits. */
+bool readableWithin(int fd, int timeoutMs)
+{
+    fd_set set;
+    FD_ZERO(&set);
+    if (fd >= 0)
+        FD_SET(fd, &set);
+    timeval tv { timeoutMs / 1000, (timeoutMs % 1000) * 1000 };
+    return select(fd + 1, &set, nullptr, nullptr, &tv) > 0;
+}
 }
 
 bool ControlBoard::openPorts[ControlBoard::maxPorts] = {};
 juce::CriticalSection ControlBoard::portLock;
 
+ControlBoard::ControlBoard()
+{
+    if (pipe(wakePipe) == 0)
+        for (int end : wakePipe)
+            fcntl(end, F_SETFL, fcntl(end, F_GETFL) | O_NONBLOCK);
+    else
+        wakePipe[0] = wakePipe[1] = -1;
+    addListener(this);
+}
+
 ControlBoard::~ControlBoard()
 {
     closeBoard(false);
+    // The thread is stopped once more by the base destructor: no wake-ups then.
+    removeListener(this);
+    for (int end : wakePipe)
+        if (end >= 0)
+            ::close(end);
+}
+
+void ControlBoard::exitSignalSent()
+{
+    wakeEventThread();
+}
+
+void ControlBoard::wakeEventThread()
+{
+    // A full pipe wakes the thread as well as one more byte would.
+    const char wake = 1;
+    if (wakePipe[1] >= 0)
+        juce::ignoreUnused(::write(wakePipe[1], &wake, 1));
+}
+
+void ControlBoard::drainWakePipe()
+{
+    char bytes[16];
+    while (wakePipe[0] >= 0 && ::read(wakePipe[0], bytes, sizeof bytes) > 0)
+        ;
 }
 
 bool ControlBoard::isPortOpen(int p)
@@ -211,6 +259,18 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
     if (!port.isOpen())
         return false;
 
+    exchangeInFlight = true;
+    const bool result = exchange(command, line, writeTimeoutMs, reply, expectResponse);
+    exchangeInFlight = false;
+    // Lines parked meanwhile are delivered now, not after the thread's pause.
+    if (!pendingEvents.isEmpty())
+        wakeEventThread();
+    return result;
+}
+
+bool ControlBoard::exchange(const juce::String& command, const juce::String& line, int writeTimeoutMs,
+                            juce::String& reply, bool expectResponse)
+{
     if (!port.writeString(line.toRawUTF8(), writeTimeoutMs))
     {
         logLine("ControlBoard::sendCommand '" + command + "' failed");
@@ -257,13 +317,16 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
 //==============================================================================
 void ControlBoard::run()
 {
+    // A stop request of an earlier run may still be in the pipe.
+    drainWakePipe();
+
     EventPoll poll;
     while (!threadShouldExit())
     {
         const int status = pollForEvents(poll);
         if (status > 0)
             deliverEvents(poll);
-        else if (pauseUntilNextPoll())
+        else if (pauseUntilNextPoll(status))
             break;
 
         // Only a USB adaptor can vanish; while lines come the board is there.
@@ -308,9 +371,20 @@ void ControlBoard::deliverEvents(EventPoll& poll)
     poll.parked.clear();
 }
 
-bool ControlBoard::pauseUntilNextPoll()
+bool ControlBoard::pauseUntilNextPoll(int status)
 {
-    return wait(idlePauseMs) && threadShouldExit();
+    // A quiet port is waited on, without the board lock and reading nothing,
+    // so a line ends the pause as soon as it comes. After a failed read the
+    // port may stay readable, and during an exchange what comes is the
+    // exchange's: then only the pipe ends the pause, or the thread would spin.
+    int woken = -1;
+    if (status == 0 && !exchangeInFlight)
+        woken = port.waitForInput(idlePauseMs(), wakePipe[0]);
+    if (woken < 0)
+        woken = readableWithin(wakePipe[0], idlePauseMs()) ? 1 : 0;
+    if (woken > 0)
+        drainWakePipe();
+    return threadShouldExit();
 }
 
 bool ControlBoard::boardIsGone(int status, EventPoll& poll)

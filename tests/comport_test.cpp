@@ -294,6 +294,20 @@ struct ChildOnTerminal
         }
     }
 
+    /** Reads the child's output until `text` has appeared. */
+    void waitForOutput(const std::string& text)
+    {
+        char buf[64];
+        std::string seen;
+        while (seen.find(text) == std::string::npos)
+        {
+            const ssize_t n = ::read(master, buf, sizeof buf);
+            if (n <= 0)
+                break;
+            seen.append(buf, (size_t) n);
+        }
+    }
+
     int exitStatus()
     {
         int status = 0;
@@ -337,16 +351,27 @@ TEST(ConsoleInput, KbhitSwitchesToSingleKeyModeAndSeesAWaitingKey)
         tcgetattr(1, &tio);
         return (tio.c_lflag & ICANON) != 0 ? 0 : 5;
     });
-    char buf[64];
-    std::string seen;
-    while (seen.find("waiting") == std::string::npos)
-    {
-        const ssize_t n = ::read(child.master, buf, sizeof buf);
-        if (n <= 0)
-            break;
-        seen.append(buf, (size_t) n);
-    }
+    child.waitForOutput("waiting");
     ASSERT_EQ(::write(child.master, "q", 1), 1);
+    EXPECT_EQ(child.exitStatus(), 0);
+}
+
+TEST(ConsoleInput, WaitForKeyEndsWithAKeyOrTheLimit)
+{
+    ChildOnTerminal child([] {
+        if (waitForKey(30))
+            return 2;
+        termios tio;
+        tcgetattr(1, &tio);
+        if ((tio.c_lflag & (ICANON | ECHO)) != 0)
+            return 3;
+        printf("waiting\n");
+        fflush(stdout);
+        // Far beyond the test's own time limit: only the key can end it.
+        return waitForKey(600000) && getch() == 'w' ? 0 : 4;
+    });
+    child.waitForOutput("waiting");
+    ASSERT_EQ(::write(child.master, "w", 1), 1);
     EXPECT_EQ(child.exitStatus(), 0);
 }
 

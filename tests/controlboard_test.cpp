@@ -204,6 +204,27 @@ TEST_F(OpenBoard, EventsDuringAnExchangeArriveAfterItInOrderAndOnce)
     EXPECT_EQ(board->events(), (juce::StringArray { "zbefore", "aone", "btwo", "cthree" }));
 }
 
+TEST_F(OpenBoard, ALineOrAStopEndsTheIdlePause)
+{
+    script = { { "S", { "aparked", "OK" } } };
+    open();
+    // Far longer than any deadline here: only the line itself can end it.
+    board->pauseMs = 600000;
+    juce::Thread::sleep(50);
+    for (int i = 1; i <= 3; ++i)
+    {
+        peer->writeLine("e" + std::to_string(i));
+        ASSERT_TRUE(board->waitForEvents(i)) << "event " << i;
+    }
+    EXPECT_TRUE(board->sendCommand('S', -1, 0));
+    EXPECT_TRUE(board->waitForEvents(4)) << "a parked line is delivered when the exchange ends: "
+                                          << board->events().joinIntoString(",") << " pending " << board->pendingEvents.size();
+
+    board->closeBoard(false);
+    EXPECT_FALSE(board->isThreadRunning());
+    EXPECT_FALSE(log.contains("!! killing thread by force !!")) << "the stop ended the pause";
+}
+
 TEST_F(OpenBoard, ClosingReleasesThePortAndTheBoardCanBeFoundAgain)
 {
     open();
