@@ -205,28 +205,42 @@ void ControlBoard::closePort()
 
 bool ControlBoard::changePortRate()
 {
-    const juce::ScopedLock sl(portLock);
-    return configureForBoard(port, getBaudRate());
+    // Under the close lock a close cannot take the port away meanwhile; under
+    // the board lock the event thread does not read while the drain does.
+    bool changed = false;
+    whileNotClosing([this, &changed] {
+        const juce::ScopedLock sl(portLock);
+        const juce::ScopedLock boardLock(lock);
+        changed = isOpen && configureForBoard(port, getBaudRate());
+    });
+    return changed;
 }
 
 bool ControlBoard::reopenPort()
 {
-    if (!isOpen)
-        return false;
-
-    const bool wasRunning = isThreadRunning();
-    stopThread(threadStopTimeoutMs);
-    const int p = port.getPortNumber();
-    const bool usb = port.getIsUsb();
-    closePort();
-    if (!openPort(p, usb))
-    {
-        isOpen = false;
-        return false;
-    }
-    if (wasRunning)
-        startThread();
-    return true;
+    // A close from the board's thread (an unplug, failing reads) gives way
+    // while this holds the close lock, and the thread is stopped here anyway:
+    // the board ends either reopened with its thread, or closed with its port
+    // free, never reopened behind the back of a close.
+    bool reopened = false;
+    whileNotClosing([this, &reopened] {
+        if (!isOpen)
+            return;
+        const bool wasRunning = isThreadRunning();
+        stopThread(threadStopTimeoutMs);
+        const int p = port.getPortNumber();
+        const bool usb = port.getIsUsb();
+        closePort();
+        if (!openPort(p, usb))
+        {
+            isOpen = false;
+            return;
+        }
+        if (wasRunning)
+            startThread();
+        reopened = true;
+    });
+    return reopened;
 }
 
 void ControlBoard::closeBoard(bool fromOwnThread)

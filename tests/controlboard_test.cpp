@@ -258,6 +258,48 @@ TEST_F(OpenBoard, ReopenAndRateChangeKeepTheBoardWorking)
     EXPECT_TRUE(board->waitForEvents(1));
 }
 
+TEST_F(Link, AReopenRacingACloseLeavesTheBoardOpenOrClosedWhole)
+{
+    // The board's thread closes the board (as after an unplug) while the
+    // console reopens its port; whoever wins, the board and the port table
+    // must agree, and a close afterwards must free the port.
+    enum class Rival { threadClose, unplug, rateChange };
+    const Rival rivals[] = { Rival::threadClose, Rival::unplug, Rival::rateChange };
+    for (int round = 0; round < 30; ++round)
+    {
+        const Rival rival = rivals[round % 3];
+        PtyPeer peer(dev.path(), "ttyUSB0");
+        peer.serve(boardAnswers("Test board V2.1", 0));
+        TestBoard board;
+        ASSERT_TRUE(board.findAndOpen(-1)) << round;
+        // After a line the peer changes the pty's speed, so that the reopen's
+        // configuration is a real change (see PtyPeer).
+        ASSERT_TRUE(board.sendCommand('A', -1, 0));
+
+        std::thread racer([&] {
+            juce::Thread::sleep(round % 5);
+            if (rival == Rival::threadClose)
+                board.closeBoard(true);
+            else if (rival == Rival::unplug)
+                peer.unplug();
+            else
+                board.changePortRate();
+        });
+        board.reopenPort();
+        racer.join();
+        if (rival == Rival::unplug)
+            waitUntil([&] { return !board.boardIsOpen(); });
+        EXPECT_EQ(ControlBoard::isPortOpen(0), board.boardIsOpen()) << "round " << round;
+
+        // A close from the thread's side leaves the thread to end itself.
+        board.stopThread(ControlBoard::threadStopTimeoutMs);
+        board.closeBoard(false);
+        EXPECT_FALSE(ControlBoard::isPortOpen(0)) << "round " << round;
+        peer.unplug();
+        // The next round's adaptor gets the same name, hence the same number.
+    }
+}
+
 TEST_F(OpenBoard, UnplugClosesTheBoardFromItsOwnThread)
 {
     open();
