@@ -14,6 +14,11 @@ constexpr int replyReadTimeoutMs = 500;
 constexpr int eventReadTimeoutMs = 50;
 constexpr int idleChecksBeforeUnplugCheck = 50;
 constexpr int readErrorsBeforeClose = 100;
+// A board that streams lines and never gives the final one would hold the
+// exchange, and the board lock with it, for ever, and park events without end
+// (the event thread takes them only between exchanges).
+constexpr juce::uint32 exchangeLimitMs = 3000;
+constexpr int parkedEventsLimit = 2000;
 
 bool configureForBoard(ComPort& p, int baudRate)
 {
@@ -293,8 +298,21 @@ bool ControlBoard::exchange(const juce::String& command, const juce::String& lin
 
     bool result = true;
     reply.clear();
+    const auto start = juce::Time::getMillisecondCounter();
+    int parked = 0;
     while (!isFinalLine(reply))
     {
+        // Past either limit the exchange fails as a timeout would: the board
+        // is not answering. The lines parked so far are still delivered.
+        const auto elapsed = juce::Time::getMillisecondCounter() - start;
+        if (elapsed >= exchangeLimitMs || parked >= parkedEventsLimit)
+        {
+            logLine("ControlBoard::sendCommand '" + command + "' reply timeout: lines kept coming on "
+                    + port.getDevicePath() + " for " + juce::String(elapsed) + " ms without a reply ("
+                    + juce::String(parked) + " events parked)");
+            return false;
+        }
+
         const int n = port.readString(reply, ComPort::maxLineLength, replyReadTimeoutMs);
         if (n <= 0)
         {
@@ -305,7 +323,10 @@ bool ControlBoard::exchange(const juce::String& command, const juce::String& lin
         if (!isFinalLine(reply))
         {
             if (isEventLine(reply))
+            {
                 pendingEvents.add(reply);
+                ++parked;
+            }
             else
                 logLine("ControlBoard::sendCommand '" + command + "' received unexpected reply '" + reply + "'");
         }
