@@ -355,17 +355,21 @@ void ControlBoard::run()
     // A stop request of an earlier run may still be in the pipe.
     drainWakePipe();
 
+    // Asked once: a board being destroyed must not be asked while its
+    // destructors run (they stop this thread).
+    const bool watchUnplug = isUsb();
     EventPoll poll;
+    poll.pauseMs = idlePauseMs();
     while (!threadShouldExit())
     {
         const int status = pollForEvents(poll);
         if (status > 0)
             deliverEvents(poll);
-        else if (pauseUntilNextPoll(status))
+        else if (pauseUntilNextPoll(status, poll.pauseMs))
             break;
 
         // Only a USB adaptor can vanish; while lines come the board is there.
-        if (isUsb() && status <= 0 && boardIsGone(status, poll))
+        if (watchUnplug && status <= 0 && boardIsGone(status, poll))
         {
             closeBoard(true);
             return;
@@ -406,7 +410,7 @@ void ControlBoard::deliverEvents(EventPoll& poll)
     poll.parked.clear();
 }
 
-bool ControlBoard::pauseUntilNextPoll(int status)
+bool ControlBoard::pauseUntilNextPoll(int status, int pauseMs)
 {
     // A quiet port is waited on, without the board lock and reading nothing,
     // so a line ends the pause as soon as it comes. After a failed read the
@@ -414,9 +418,9 @@ bool ControlBoard::pauseUntilNextPoll(int status)
     // exchange's: then only the pipe ends the pause, or the thread would spin.
     int woken = -1;
     if (status == 0 && !exchangeInFlight)
-        woken = port.waitForInput(idlePauseMs(), wakePipe[0]);
+        woken = port.waitForInput(pauseMs, wakePipe[0]);
     if (woken < 0)
-        woken = readableWithin(wakePipe[0], idlePauseMs()) ? 1 : 0;
+        woken = readableWithin(wakePipe[0], pauseMs) ? 1 : 0;
     if (woken > 0)
         drainWakePipe();
     return threadShouldExit();

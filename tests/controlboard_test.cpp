@@ -227,24 +227,24 @@ TEST_F(OpenBoard, EventsDuringAnExchangeArriveAfterItInOrderAndOnce)
     EXPECT_EQ(board->events(), (juce::StringArray { "zbefore", "aone", "btwo", "cthree" }));
 }
 
-TEST_F(OpenBoard, ALineOrAStopEndsTheIdlePause)
+TEST_F(Link, ALineOrAStopEndsTheIdlePause)
 {
-    script = { { "S", { "aparked", "OK" } } };
-    open();
+    auto& peer = addPeer("ttyUSB0");
+    peer.serve(boardAnswers("Test board V2.1", 0, { { "S", { "aparked", "OK" } } }));
+    TestBoard board;
     // Far longer than any deadline here: only the line itself can end it.
-    board->pauseMs = 600000;
-    juce::Thread::sleep(50);
+    board.pauseMs = 600000;
+    ASSERT_TRUE(board.findAndOpen(-1));
     for (int i = 1; i <= 3; ++i)
     {
-        peer->writeLine("e" + std::to_string(i));
-        ASSERT_TRUE(board->waitForEvents(i)) << "event " << i;
+        peer.writeLine("e" + std::to_string(i));
+        ASSERT_TRUE(board.waitForEvents(i)) << "event " << i;
     }
-    EXPECT_TRUE(board->sendCommand('S', -1, 0));
-    EXPECT_TRUE(board->waitForEvents(4)) << "a parked line is delivered when the exchange ends: "
-                                          << board->events().joinIntoString(",") << " pending " << board->pendingEvents.size();
+    EXPECT_TRUE(board.sendCommand('S', -1, 0));
+    EXPECT_TRUE(board.waitForEvents(4)) << "a parked line is delivered when the exchange ends";
 
-    board->closeBoard(false);
-    EXPECT_FALSE(board->isThreadRunning());
+    board.closeBoard(false);
+    EXPECT_FALSE(board.isThreadRunning());
     EXPECT_FALSE(log.contains("!! killing thread by force !!")) << "the stop ended the pause";
 }
 
@@ -294,6 +294,7 @@ TEST_F(OpenBoard, ABoardThatStreamsLinesInsteadOfAReplyFailsTheExchangeInTime)
         else
             EXPECT_GE(found->fromFirstOccurrenceOf(" for ", false, false).getIntValue(), 3000) << *found;
         EXPECT_TRUE(board->sendCommand('A', -1, 0)) << "the board is still usable";
+        peer->stopServing();
     }
     EXPECT_TRUE(board->waitForEvents(2000)) << "parked lines are still delivered";
 }
