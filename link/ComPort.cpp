@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -216,6 +217,7 @@ bool ComPort::set(int baudRate, int dataBits, ParityType parity, int stopBits, F
 void ComPort::dropReadAhead() noexcept
 {
     readPos = readEnd = 0;
+    inputSeen = false;
     buffered.store(0, std::memory_order_relaxed);
 }
 
@@ -256,6 +258,7 @@ int ComPort::ready(int timeoutMs)
         juce::Logger::writeToLog("ComPort::ready(" + devicePath + ") error " + juce::String(err));
         return r;
     }
+    inputSeen = r > 0;
     return r > 0 ? 1 : 0;
 }
 
@@ -274,15 +277,20 @@ int ComPort::readChar(int timeoutMs)
             return (int) (signed char) c;
         }
 
-        int err = 0;
-        const int r = waitFor(WaitFor::read, timeoutMs, err);
-        if (r < 0)
+        // Input that ready() saw stays until read: no need to ask again.
+        if (!inputSeen)
         {
-            juce::Logger::writeToLog("ComPort::readChar(" + devicePath + ") select error " + juce::String(err));
-            return -1;
+            int err = 0;
+            const int r = waitFor(WaitFor::read, timeoutMs, err);
+            if (r < 0)
+            {
+                juce::Logger::writeToLog("ComPort::readChar(" + devicePath + ") select error " + juce::String(err));
+                return -1;
+            }
+            if (r == 0)
+                return -1;
         }
-        if (r == 0)
-            return -1;
+        inputSeen = false;
 
         const ssize_t n = ::read(fd, readAhead, sizeof readAhead);
         if (n > 0)
@@ -346,35 +354,60 @@ int ComPort::readString(juce::String& line, int maxLength, int timeoutMs)
 
 bool ComPort::writeChar(char c, int timeoutMs)
 {
+    return writeBytes(&c, 1, timeoutMs);
+}
+
+bool ComPort::writeString(const char* text, int timeoutMs)
+{
+    return writeBytes(text, std::strlen(text), timeoutMs);
+}
+
+bool ComPort::writeBytes(const char* bytes, size_t count, int timeoutMs)
+{
+    // As much as the device takes goes in one write (each write to a pty or
+    // an adaptor costs a trip through the kernel's workers), and the wait for
+    // room comes only when there is none: no byte waits longer than timeoutMs
+    // for room, and the outcomes and their log lines are those of writing
+    // the bytes one at a time.
+    if (count == 0)
+        return true;
     if (!isOpen())
         return false;
-    int err = 0;
-    const int r = waitFor(WaitFor::write, timeoutMs, err);
-    if (r == 0)
+    bool waited = false;
+    while (count > 0)
     {
-        juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") timed out error " + juce::String(timeoutMs));
-        return false;
-    }
-    if (r < 0)
-    {
-        juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") select error " + juce::String(err));
-        return false;
-    }
-    if (::write(fd, &c, 1) != 1)
-    {
+        const ssize_t n = ::write(fd, bytes, count);
+        if (n > 0)
+        {
+            bytes += n;
+            count -= (size_t) n;
+            waited = false;
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && errno == EAGAIN && !waited)
+        {
+            int err = 0;
+            const int r = waitFor(WaitFor::write, timeoutMs, err);
+            if (r == 0)
+            {
+                juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") timed out error " + juce::String(timeoutMs));
+                return false;
+            }
+            if (r < 0)
+            {
+                juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") select error " + juce::String(err));
+                return false;
+            }
+            waited = true;
+            continue;
+        }
         // Reports the timeout, not errno: the text is what existing bench logs
         // are searched for.
         juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") write error " + juce::String(timeoutMs));
         return false;
     }
-    return true;
-}
-
-bool ComPort::writeString(const char* text, int timeoutMs)
-{
-    for (const char* p = text; *p != 0; ++p)
-        if (!writeChar(*p, timeoutMs))
-            return false;
     return true;
 }
 
@@ -393,15 +426,15 @@ void ComPort::close()
     ::close(fd.exchange(-1));
 }
 
-int ComPort::waitForInput(int timeoutMs, int wakeFd) const
+ComPort::Wake ComPort::waitForInput(int timeoutMs, int wakeFd) const
 {
     if (buffered.load(std::memory_order_relaxed) > 0)
-        return 0;
+        return Wake::input;
     // The descriptor may be closed (even reused) while this waits: select then
     // waits on the old file or wakes early, and either is harmless.
     const int f = fd.load();
     if (f < 0 || f >= FD_SETSIZE || wakeFd >= FD_SETSIZE)
-        return -1;
+        return Wake::couldNotWait;
     fd_set set;
     FD_ZERO(&set);
     FD_SET(f, &set);
@@ -411,6 +444,8 @@ int ComPort::waitForInput(int timeoutMs, int wakeFd) const
     setTimeout(tv, timeoutMs);
     const int r = select(juce::jmax(f, wakeFd) + 1, &set, nullptr, nullptr, &tv);
     if (r < 0)
-        return errno == EINTR ? 0 : -1;
-    return wakeFd >= 0 && FD_ISSET(wakeFd, &set) ? 1 : 0;
+        return errno == EINTR ? Wake::timeUp : Wake::couldNotWait;
+    if (r == 0)
+        return Wake::timeUp;
+    return wakeFd >= 0 && FD_ISSET(wakeFd, &set) ? Wake::wakeFd : Wake::input;
 }

@@ -40,13 +40,15 @@ public:
     bool removed() const;
     void close();
 
+    /** How waitForInput ended. `couldNotWait`: the port is closed or select
+        failed, so the caller pauses some other way. */
+    enum class Wake { couldNotWait, timeUp, input, wakeFd };
+
     /** Waits until input is waiting, `wakeFd` (when not negative) turns
         readable or the time is up, and reads nothing. Unlike the rest it may
         run while the owner uses the port on another thread: a wait that ends
-        early is harmless. Returns 1 when `wakeFd` is readable, 0 otherwise,
-        and -1 when it could not wait (closed, or select failed), so that the
-        caller pauses some other way. */
-    int waitForInput(int timeoutMs, int wakeFd = -1) const;
+        early is harmless. */
+    Wake waitForInput(int timeoutMs, int wakeFd = -1) const;
 
     bool isOpen() const noexcept { return open_.load(); }
     int getPortNumber() const noexcept { return portNumber; }
@@ -66,6 +68,7 @@ private:
     enum class WaitFor { read, write };
     int waitFor(WaitFor what, int timeoutMs, int& err);
     void dropReadAhead() noexcept;
+    bool writeBytes(const char* bytes, size_t count, int timeoutMs);
 
     std::atomic<bool> open_ { false };
     int portNumber = -1;
@@ -79,6 +82,8 @@ private:
     static constexpr int readAheadSize = 4096;
     unsigned char readAhead[readAheadSize];
     int readPos = 0, readEnd = 0;
+    // ready() saw input that nothing has read yet.
+    bool inputSeen = false;
     std::atomic<int> buffered { 0 };
 
     JUCE_DECLARE_NON_COPYABLE(ComPort)

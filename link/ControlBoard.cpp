@@ -364,8 +364,11 @@ void ControlBoard::run()
     {
         const int status = pollForEvents(poll);
         if (status > 0)
+        {
             deliverEvents(poll);
-        else if (pauseUntilNextPoll(status, poll.pauseMs))
+            poll.lastWake = ComPort::Wake::timeUp;  // the input it woke for was this
+        }
+        else if (pauseUntilNextPoll(status, poll))
             break;
 
         // Only a USB adaptor can vanish; while lines come the board is there.
@@ -410,19 +413,24 @@ void ControlBoard::deliverEvents(EventPoll& poll)
     poll.parked.clear();
 }
 
-bool ControlBoard::pauseUntilNextPoll(int status, int pauseMs)
+bool ControlBoard::pauseUntilNextPoll(int status, EventPoll& poll)
 {
+    using Wake = ComPort::Wake;
     // A quiet port is waited on, without the board lock and reading nothing,
     // so a line ends the pause as soon as it comes. After a failed read the
     // port may stay readable, and during an exchange what comes is the
     // exchange's: then only the pipe ends the pause, or the thread would spin.
-    int woken = -1;
-    if (status == 0 && !exchangeInFlight)
-        woken = port.waitForInput(pauseMs, wakePipe[0]);
-    if (woken < 0)
-        woken = readableWithin(wakePipe[0], pauseMs) ? 1 : 0;
-    if (woken > 0)
+    // So too once after input that the poll then did not find: an exchange
+    // took it, and a run of exchanges would wake the thread for every reply.
+    const bool inputWasTaken = poll.lastWake == Wake::input && status == 0;
+    Wake wake = Wake::couldNotWait;
+    if (status == 0 && !exchangeInFlight && !inputWasTaken)
+        wake = port.waitForInput(poll.pauseMs, wakePipe[0]);
+    if (wake == Wake::couldNotWait)
+        wake = readableWithin(wakePipe[0], poll.pauseMs) ? Wake::wakeFd : Wake::timeUp;
+    if (wake == Wake::wakeFd)
         drainWakePipe();
+    poll.lastWake = wake;
     return threadShouldExit();
 }
 

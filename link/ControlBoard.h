@@ -70,6 +70,7 @@ private:
         int idleCount = 0;          // quiet turns since the last unplug check
         int consecutiveErrors = 0;  // failed reads in a row
         int pauseMs = 0;            // the board's idlePauseMs()
+        ComPort::Wake lastWake = ComPort::Wake::timeUp;  // how the last pause ended
     };
 
     /** One look under the board lock: >0 when there are lines to deliver,
@@ -78,7 +79,7 @@ private:
     void deliverEvents(EventPoll& poll);
     /** Waits between turns that brought nothing; true when the thread was told
         to stop. */
-    bool pauseUntilNextPoll(int status, int pauseMs);
+    bool pauseUntilNextPoll(int status, EventPoll& poll);
     /** The unplug watch, after a turn with nothing delivered. */
     bool boardIsGone(int status, EventPoll& poll);
 

@@ -208,14 +208,14 @@ TEST_F(ComPortOnPty, ReadStringFraming)
 
 namespace
 {
-/** Read calls made so far by the calling thread. */
-long readCallsOfThisThread()
+/** Read ("syscr:") or write ("syscw:") calls made so far by the calling thread. */
+long callsOfThisThread(const std::string& which)
 {
     std::ifstream io("/proc/thread-self/io");
     std::string key;
     long value = -1;
     while (io >> key >> value)
-        if (key == "syscr:")
+        if (key == which)
             return value;
     return -1;
 }
@@ -227,10 +227,10 @@ TEST_F(ComPortOnPty, ReadAheadIsServedInOrderAndDroppedWithTheDeviceQueue)
     peer.write(text);
     ASSERT_EQ(port.ready(1000), 1);
     juce::String line;
-    const long before = readCallsOfThisThread();
+    const long before = callsOfThisThread("syscr:");
     ASSERT_GE(before, 0) << "no per-thread I/O accounting";
     EXPECT_EQ(port.readString(line, 1080, 1000), 1000);
-    EXPECT_LT(readCallsOfThisThread() - before, 50) << "a line is fetched in a few calls, not one per byte";
+    EXPECT_LT(callsOfThisThread("syscr:") - before, 50) << "a line is fetched in a few calls, not one per byte";
 
     // Bytes fetched ahead belong to the device's queue: the flush of a new
     // configuration and a close drop them as they drop the device's own.
@@ -297,6 +297,22 @@ TEST_F(ComPortOnPty, WritesReachTheDevice)
     EXPECT_EQ(line, "?");
     ASSERT_TRUE(peer.readLine(line));
     EXPECT_EQ(line, "@");
+
+    const std::string text(600, 'w');
+    const long before = callsOfThisThread("syscw:");
+    EXPECT_TRUE(port.writeString(text.c_str(), 50));
+    EXPECT_LT(callsOfThisThread("syscw:") - before, 10) << "a line goes out in a few calls, not one per byte";
+    std::string bytes;
+    ASSERT_TRUE(peer.readBytes(bytes, text.size()));
+    EXPECT_EQ(bytes, text);
+
+    // Nobody reads the device any more: once it is full, a character waits
+    // for room no longer than its timeout.
+    bool written = true;
+    for (int i = 0; i < 10000 && written; ++i)
+        written = port.writeString(text.c_str(), 50);
+    EXPECT_FALSE(written);
+    EXPECT_EQ(log.lines(), juce::StringArray { "ComPort::writeChar(" + port.getDevicePath() + ") timed out error 50" });
 }
 
 TEST_F(ComPortOnPty, RemovedWhenTheDeviceGoesAway)
