@@ -366,12 +366,19 @@ struct ChildOnTerminal
         }
     }
 
-    int exitStatus()
+    /** The child's exit status; -1 if it was still running at the deadline
+        (it is killed then). */
+    int exitStatus(int timeoutMs = 60000)
     {
         int status = 0;
-        waitpid(pid, &status, 0);
+        if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs))
+        {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            status = -1;
+        }
         ::close(master);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 };
 }
@@ -431,6 +438,23 @@ TEST(ConsoleInput, WaitForKeyEndsWithAKeyOrTheLimit)
     child.waitForOutput("waiting");
     ASSERT_EQ(::write(child.master, "w", 1), 1);
     EXPECT_EQ(child.exitStatus(), 0);
+}
+
+TEST(ConsoleInput, ControlCOnAnyThreadEndsTheWaitForAKey)
+{
+    ChildOnTerminal child([] {
+        static std::atomic<int> calls { 0 };
+        setControlCHandler([] { ++calls; });
+        std::thread other([] {
+            juce::Thread::sleep(100);
+            raise(SIGINT);  // handled on this thread, not the waiting one
+        });
+        // Far beyond the deadline below: only Ctrl-C can end it.
+        const bool key = waitForKey(600000);
+        other.join();
+        return !key && calls == 1 ? 0 : 1;
+    });
+    EXPECT_EQ(child.exitStatus(10000), 0);
 }
 
 TEST(ConsoleInput, ControlCCallsTheHandler)

@@ -51,8 +51,10 @@ void DockTester::runMenu()
     fflush(stdout);
     while (!done && dockStopFlag == 0)
     {
-        // A key ends the wait at once; the limit keeps the stop flag fresh.
-        if (!waitForKey(1))
+        // A key or Ctrl-C ends the wait at once (the stop flag changes nowhere
+        // else), so the loop need not wake to look at the flag; the limit is
+        // only a safety net.
+        if (!waitForKey(1000))
             continue;
         const int key = getch();
         // Prompts and their answers run in the terminal's line mode.
