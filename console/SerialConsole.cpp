@@ -62,15 +62,17 @@ const BoardKind boardKinds[] = {
     { 'x', "transfer station", 2, makeBoard<TransferBoard>, transferMenu },
 };
 
+// Only a safety net: nothing the user does waits for it.
+constexpr int keyWaitBackstopMs = 1000;
+
 void keystrokeLoop(const BoardKind& kind, BoardSession& session)
 {
     while (stopFlag == 0)
     {
-        if (!kbhit())
-        {
-            juce::Thread::sleep(20);
+        // A key or Ctrl-C ends the wait at once (the flag changes nowhere
+        // else), so the loop need not wake to look at the flag.
+        if (!waitForKey(keyWaitBackstopMs))
             continue;
-        }
         const int key = getch();
         // Prompts and their answers run in the terminal's line mode.
         resetTTY();

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -44,6 +45,9 @@ bool speedFor(int baudRate, speed_t& speed)
         default: return false;
     }
 }
+
+constexpr int drainLimitBytes = 4096;
+constexpr juce::uint32 drainLimitMs = 600;
 
 void setTimeout(timeval& tv, int timeoutMs)
 {
@@ -183,16 +187,38 @@ bool ComPort::set(int baudRate, int dataBits, ParityType parity, int stopBits, F
     tio.c_cc[VMIN] = 0;
     tio.c_cc[VTIME] = 1;
 
+    // What was fetched ahead is part of the input queue being flushed.
     tcflush(fd, TCIFLUSH);
+    dropReadAhead();
     if (tcsetattr(fd, TCSANOW, &tio) != 0)
         return false;
 
     // Whatever the device had buffered before the new settings took hold is
-    // noise from the old configuration.
+    // noise from the old configuration. A device that never falls silent
+    // would hold the caller (and the port lock of every search, open and
+    // close with it) for ever: past a limit the port fails to configure.
+    const auto start = juce::Time::getMillisecondCounter();
+    int drained = 0;
     while (ready(50) == 1)
+    {
         if (readChar(-1) < 0)
             return false;
+        const auto elapsed = juce::Time::getMillisecondCounter() - start;
+        if (++drained >= drainLimitBytes || elapsed >= drainLimitMs)
+        {
+            juce::Logger::writeToLog("ComPort::set(" + devicePath + ") gave up: the line did not fall silent ("
+                                     + juce::String(drained) + " bytes in " + juce::String(elapsed) + " ms)");
+            return false;
+        }
+    }
     return true;
+}
+
+void ComPort::dropReadAhead() noexcept
+{
+    readPos = readEnd = 0;
+    inputSeen = false;
+    buffered.store(0, std::memory_order_relaxed);
 }
 
 //==============================================================================
@@ -223,6 +249,8 @@ int ComPort::ready(int timeoutMs)
 {
     if (!isOpen())
         return -1;
+    if (readPos < readEnd)
+        return 1;
     int err = 0;
     const int r = waitFor(WaitFor::read, timeoutMs, err);
     if (r < 0)
@@ -230,6 +258,7 @@ int ComPort::ready(int timeoutMs)
         juce::Logger::writeToLog("ComPort::ready(" + devicePath + ") error " + juce::String(err));
         return r;
     }
+    inputSeen = r > 0;
     return r > 0 ? 1 : 0;
 }
 
@@ -239,22 +268,38 @@ int ComPort::readChar(int timeoutMs)
         return -1;
     for (;;)
     {
-        int err = 0;
-        const int r = waitFor(WaitFor::read, timeoutMs, err);
-        if (r < 0)
+        if (readPos < readEnd)
         {
-            juce::Logger::writeToLog("ComPort::readChar(" + devicePath + ") select error " + juce::String(err));
-            return -1;
-        }
-        if (r == 0)
-            return -1;
-
-        unsigned char c = 0;
-        const ssize_t n = ::read(fd, &c, 1);
-        if (n == 1)
+            const unsigned char c = readAhead[readPos++];
+            buffered.store(readEnd - readPos, std::memory_order_relaxed);
             // Signed on purpose: the boards send ASCII only, so a byte of 0x80 or
             // above comes back negative and every caller treats it as a failure.
             return (int) (signed char) c;
+        }
+
+        // Input that ready() saw stays until read: no need to ask again.
+        if (!inputSeen)
+        {
+            int err = 0;
+            const int r = waitFor(WaitFor::read, timeoutMs, err);
+            if (r < 0)
+            {
+                juce::Logger::writeToLog("ComPort::readChar(" + devicePath + ") select error " + juce::String(err));
+                return -1;
+            }
+            if (r == 0)
+                return -1;
+        }
+        inputSeen = false;
+
+        const ssize_t n = ::read(fd, readAhead, sizeof readAhead);
+        if (n > 0)
+        {
+            readPos = 0;
+            readEnd = (int) n;
+            buffered.store(readEnd, std::memory_order_relaxed);
+            continue;
+        }
         if (n == 0)
             return -1;
         if (errno == EAGAIN || errno == EINTR)
@@ -309,35 +354,60 @@ int ComPort::readString(juce::String& line, int maxLength, int timeoutMs)
 
 bool ComPort::writeChar(char c, int timeoutMs)
 {
+    return writeBytes(&c, 1, timeoutMs);
+}
+
+bool ComPort::writeString(const char* text, int timeoutMs)
+{
+    return writeBytes(text, std::strlen(text), timeoutMs);
+}
+
+bool ComPort::writeBytes(const char* bytes, size_t count, int timeoutMs)
+{
+    // As much as the device takes goes in one write (each write to a pty or
+    // an adaptor costs a trip through the kernel's workers), and the wait for
+    // room comes only when there is none: no byte waits longer than timeoutMs
+    // for room, and the outcomes and their log lines are those of writing
+    // the bytes one at a time.
+    if (count == 0)
+        return true;
     if (!isOpen())
         return false;
-    int err = 0;
-    const int r = waitFor(WaitFor::write, timeoutMs, err);
-    if (r == 0)
+    bool waited = false;
+    while (count > 0)
     {
-        juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") timed out error " + juce::String(timeoutMs));
-        return false;
-    }
-    if (r < 0)
-    {
-        juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") select error " + juce::String(err));
-        return false;
-    }
-    if (::write(fd, &c, 1) != 1)
-    {
+        const ssize_t n = ::write(fd, bytes, count);
+        if (n > 0)
+        {
+            bytes += n;
+            count -= (size_t) n;
+            waited = false;
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && errno == EAGAIN && !waited)
+        {
+            int err = 0;
+            const int r = waitFor(WaitFor::write, timeoutMs, err);
+            if (r == 0)
+            {
+                juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") timed out error " + juce::String(timeoutMs));
+                return false;
+            }
+            if (r < 0)
+            {
+                juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") select error " + juce::String(err));
+                return false;
+            }
+            waited = true;
+            continue;
+        }
         // Reports the timeout, not errno: the text is what existing bench logs
         // are searched for.
         juce::Logger::writeToLog("ComPort::writeChar(" + devicePath + ") write error " + juce::String(timeoutMs));
         return false;
     }
-    return true;
-}
-
-bool ComPort::writeString(const char* text, int timeoutMs)
-{
-    for (const char* p = text; *p != 0; ++p)
-        if (!writeChar(*p, timeoutMs))
-            return false;
     return true;
 }
 
@@ -351,7 +421,31 @@ void ComPort::close()
 {
     if (!open_.exchange(false))
         return;
+    dropReadAhead();
     juce::Thread::sleep(10);
-    ::close(fd);
-    fd = -1;
+    ::close(fd.exchange(-1));
+}
+
+ComPort::Wake ComPort::waitForInput(int timeoutMs, int wakeFd) const
+{
+    if (buffered.load(std::memory_order_relaxed) > 0)
+        return Wake::input;
+    // The descriptor may be closed (even reused) while this waits: select then
+    // waits on the old file or wakes early, and either is harmless.
+    const int f = fd.load();
+    if (f < 0 || f >= FD_SETSIZE || wakeFd >= FD_SETSIZE)
+        return Wake::couldNotWait;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(f, &set);
+    if (wakeFd >= 0)
+        FD_SET(wakeFd, &set);
+    timeval tv;
+    setTimeout(tv, timeoutMs);
+    const int r = select(juce::jmax(f, wakeFd) + 1, &set, nullptr, nullptr, &tv);
+    if (r < 0)
+        return errno == EINTR ? Wake::timeUp : Wake::couldNotWait;
+    if (r == 0)
+        return Wake::timeUp;
+    return wakeFd >= 0 && FD_ISSET(wakeFd, &set) ? Wake::wakeFd : Wake::input;
 }

@@ -1,9 +1,11 @@
 #include "link/ConsoleTerminal.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/select.h>
 #include <termios.h>
@@ -21,10 +23,41 @@ void registerResetAtExit()
         atexit(resetTTY);
 }
 
+/** Ctrl-C writes a byte here after its handler has run, so that a wait for a
+    key ends at once whichever thread the signal interrupted. Made once, with
+    the first handler, and kept for the life of the process. */
+struct InterruptPipe
+{
+    int fds[2] = { -1, -1 };
+
+    InterruptPipe()
+    {
+        if (pipe(fds) != 0)
+            fds[0] = fds[1] = -1;
+        for (int end : fds)
+            if (end >= 0)
+                fcntl(end, F_SETFL, fcntl(end, F_GETFL) | O_NONBLOCK);
+    }
+};
+
+InterruptPipe& interruptPipe()
+{
+    static InterruptPipe p;
+    return p;
+}
+
+std::atomic<int> interruptWriteEnd { -1 };
+
 void onSigInt(int)
 {
+    const int savedErrno = errno;
     if (auto* handler = controlCHandler.load())
         handler();
+    const char wake = 1;
+    const int end = interruptWriteEnd.load();
+    if (end >= 0)
+        (void) !::write(end, &wake, 1);
+    errno = savedErrno;
 }
 }
 
@@ -46,17 +79,34 @@ void setupTTY(bool singleKey)
 
 bool kbhit()
 {
+    return waitForKey(0);
+}
+
+bool waitForKey(int timeoutMs)
+{
     if (!ttyIsRaw)
     {
         setupTTY(true);
         ttyIsRaw = true;
         registerResetAtExit();
     }
+    const int interrupted = interruptWriteEnd.load() >= 0 ? interruptPipe().fds[0] : -1;
     fd_set set;
     FD_ZERO(&set);
     FD_SET(STDIN_FILENO, &set);
-    timeval tv { 0, 0 };
-    return select(STDIN_FILENO + 1, &set, nullptr, nullptr, &tv) > 0;
+    if (interrupted >= 0)
+        FD_SET(interrupted, &set);
+    timeval tv { timeoutMs / 1000, (timeoutMs % 1000) * 1000 };
+    if (select(std::max(STDIN_FILENO, interrupted) + 1, &set, nullptr, nullptr, &tv) <= 0)
+        return false;
+    if (interrupted >= 0 && FD_ISSET(interrupted, &set))
+    {
+        char bytes[16];
+        while (::read(interrupted, bytes, sizeof bytes) > 0)
+            ;
+        return false;
+    }
+    return true;
 }
 
 int getch()
@@ -93,5 +143,6 @@ void resetTTY()
 void setControlCHandler(void (*handler)())
 {
     controlCHandler = handler;
+    interruptWriteEnd = interruptPipe().fds[1];
     signal(SIGINT, onSigInt);
 }

@@ -1,6 +1,9 @@
 #include "link/ControlBoard.h"
 
 #include <cstring>
+#include <fcntl.h>
+#include <sys/select.h>
+#include <unistd.h>
 
 namespace
 {
@@ -9,9 +12,13 @@ constexpr int identifyReadTimeoutMs = 100;
 constexpr int idReadTimeoutMs = 500;
 constexpr int replyReadTimeoutMs = 500;
 constexpr int eventReadTimeoutMs = 50;
-constexpr int idlePauseMs = 10;
 constexpr int idleChecksBeforeUnplugCheck = 50;
 constexpr int readErrorsBeforeClose = 100;
+// A board that streams lines and never gives the final one would hold the
+// exchange, and the board lock with it, for ever, and park events without end
+// (the event thread takes them only between exchanges).
+constexpr juce::uint32 exchangeLimitMs = 3000;
+constexpr int parkedEventsLimit = 2000;
 
 bool configureForBoard(ComPort& p, int baudRate)
 {
@@ -28,14 +35,60 @@ bool isEventLine(const juce::String& line)
     const auto c = line[0];
     return c >= 'a' && c <= 'z';
 }
+
+/** True when `fd` turned readable within the time; a negative fd just waits. */
+bool readableWithin(int fd, int timeoutMs)
+{
+    fd_set set;
+    FD_ZERO(&set);
+    if (fd >= 0)
+        FD_SET(fd, &set);
+    timeval tv { timeoutMs / 1000, (timeoutMs % 1000) * 1000 };
+    return select(fd + 1, &set, nullptr, nullptr, &tv) > 0;
+}
 }
 
 bool ControlBoard::openPorts[ControlBoard::maxPorts] = {};
 juce::CriticalSection ControlBoard::portLock;
 
+ControlBoard::ControlBoard()
+{
+    if (pipe(wakePipe) == 0)
+        for (int end : wakePipe)
+            fcntl(end, F_SETFL, fcntl(end, F_GETFL) | O_NONBLOCK);
+    else
+        wakePipe[0] = wakePipe[1] = -1;
+    addListener(this);
+}
+
 ControlBoard::~ControlBoard()
 {
     closeBoard(false);
+    // The thread is stopped once more by the base destructor: no wake-ups then.
+    removeListener(this);
+    for (int end : wakePipe)
+        if (end >= 0)
+            ::close(end);
+}
+
+void ControlBoard::exitSignalSent()
+{
+    wakeEventThread();
+}
+
+void ControlBoard::wakeEventThread()
+{
+    // A full pipe wakes the thread as well as one more byte would.
+    const char wake = 1;
+    if (wakePipe[1] >= 0)
+        juce::ignoreUnused(::write(wakePipe[1], &wake, 1));
+}
+
+void ControlBoard::drainWakePipe()
+{
+    char bytes[16];
+    while (wakePipe[0] >= 0 && ::read(wakePipe[0], bytes, sizeof bytes) > 0)
+        ;
 }
 
 bool ControlBoard::isPortOpen(int p)
@@ -157,28 +210,42 @@ void ControlBoard::closePort()
 
 bool ControlBoard::changePortRate()
 {
-    const juce::ScopedLock sl(portLock);
-    return configureForBoard(port, getBaudRate());
+    // Under the close lock a close cannot take the port away meanwhile; under
+    // the board lock the event thread does not read while the drain does.
+    bool changed = false;
+    whileNotClosing([this, &changed] {
+        const juce::ScopedLock sl(portLock);
+        const juce::ScopedLock boardLock(lock);
+        changed = isOpen && configureForBoard(port, getBaudRate());
+    });
+    return changed;
 }
 
 bool ControlBoard::reopenPort()
 {
-    if (!isOpen)
-        return false;
-
-    const bool wasRunning = isThreadRunning();
-    stopThread(threadStopTimeoutMs);
-    const int p = port.getPortNumber();
-    const bool usb = port.getIsUsb();
-    closePort();
-    if (!openPort(p, usb))
-    {
-        isOpen = false;
-        return false;
-    }
-    if (wasRunning)
-        startThread();
-    return true;
+    // A close from the board's thread (an unplug, failing reads) gives way
+    // while this holds the close lock, and the thread is stopped here anyway:
+    // the board ends either reopened with its thread, or closed with its port
+    // free, never reopened behind the back of a close.
+    bool reopened = false;
+    whileNotClosing([this, &reopened] {
+        if (!isOpen)
+            return;
+        const bool wasRunning = isThreadRunning();
+        stopThread(threadStopTimeoutMs);
+        const int p = port.getPortNumber();
+        const bool usb = port.getIsUsb();
+        closePort();
+        if (!openPort(p, usb))
+        {
+            isOpen = false;
+            return;
+        }
+        if (wasRunning)
+            startThread();
+        reopened = true;
+    });
+    return reopened;
 }
 
 void ControlBoard::closeBoard(bool fromOwnThread)
@@ -211,6 +278,18 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
     if (!port.isOpen())
         return false;
 
+    exchangeInFlight = true;
+    const bool result = exchange(command, line, writeTimeoutMs, reply, expectResponse);
+    exchangeInFlight = false;
+    // Lines parked meanwhile are delivered now, not after the thread's pause.
+    if (!pendingEvents.isEmpty())
+        wakeEventThread();
+    return result;
+}
+
+bool ControlBoard::exchange(const juce::String& command, const juce::String& line, int writeTimeoutMs,
+                            juce::String& reply, bool expectResponse)
+{
     if (!port.writeString(line.toRawUTF8(), writeTimeoutMs))
     {
         logLine("ControlBoard::sendCommand '" + command + "' failed");
@@ -219,8 +298,21 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
 
     bool result = true;
     reply.clear();
+    const auto start = juce::Time::getMillisecondCounter();
+    int parked = 0;
     while (!isFinalLine(reply))
     {
+        // Past either limit the exchange fails as a timeout would: the board
+        // is not answering. The lines parked so far are still delivered.
+        const auto elapsed = juce::Time::getMillisecondCounter() - start;
+        if (elapsed >= exchangeLimitMs || parked >= parkedEventsLimit)
+        {
+            logLine("ControlBoard::sendCommand '" + command + "' reply timeout: lines kept coming on "
+                    + port.getDevicePath() + " for " + juce::String(elapsed) + " ms without a reply ("
+                    + juce::String(parked) + " events parked)");
+            return false;
+        }
+
         const int n = port.readString(reply, ComPort::maxLineLength, replyReadTimeoutMs);
         if (n <= 0)
         {
@@ -231,7 +323,10 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
         if (!isFinalLine(reply))
         {
             if (isEventLine(reply))
+            {
                 pendingEvents.add(reply);
+                ++parked;
+            }
             else
                 logLine("ControlBoard::sendCommand '" + command + "' received unexpected reply '" + reply + "'");
         }
@@ -257,17 +352,27 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
 //==============================================================================
 void ControlBoard::run()
 {
+    // A stop request of an earlier run may still be in the pipe.
+    drainWakePipe();
+
+    // Asked once: a board being destroyed must not be asked while its
+    // destructors run (they stop this thread).
+    const bool watchUnplug = isUsb();
     EventPoll poll;
+    poll.pauseMs = idlePauseMs();
     while (!threadShouldExit())
     {
         const int status = pollForEvents(poll);
         if (status > 0)
+        {
             deliverEvents(poll);
-        else if (pauseUntilNextPoll())
+            poll.lastWake = ComPort::Wake::timeUp;  // the input it woke for was this
+        }
+        else if (pauseUntilNextPoll(status, poll))
             break;
 
         // Only a USB adaptor can vanish; while lines come the board is there.
-        if (isUsb() && status <= 0 && boardIsGone(status, poll))
+        if (watchUnplug && status <= 0 && boardIsGone(status, poll))
         {
             closeBoard(true);
             return;
@@ -308,9 +413,25 @@ void ControlBoard::deliverEvents(EventPoll& poll)
     poll.parked.clear();
 }
 
-bool ControlBoard::pauseUntilNextPoll()
+bool ControlBoard::pauseUntilNextPoll(int status, EventPoll& poll)
 {
-    return wait(idlePauseMs) && threadShouldExit();
+    using Wake = ComPort::Wake;
+    // A quiet port is waited on, without the board lock and reading nothing,
+    // so a line ends the pause as soon as it comes. After a failed read the
+    // port may stay readable, and during an exchange what comes is the
+    // exchange's: then only the pipe ends the pause, or the thread would spin.
+    // So too once after input that the poll then did not find: an exchange
+    // took it, and a run of exchanges would wake the thread for every reply.
+    const bool inputWasTaken = poll.lastWake == Wake::input && status == 0;
+    Wake wake = Wake::couldNotWait;
+    if (status == 0 && !exchangeInFlight && !inputWasTaken)
+        wake = port.waitForInput(poll.pauseMs, wakePipe[0]);
+    if (wake == Wake::couldNotWait)
+        wake = readableWithin(wakePipe[0], poll.pauseMs) ? Wake::wakeFd : Wake::timeUp;
+    if (wake == Wake::wakeFd)
+        drainWakePipe();
+    poll.lastWake = wake;
+    return threadShouldExit();
 }
 
 bool ControlBoard::boardIsGone(int status, EventPoll& poll)

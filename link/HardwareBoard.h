@@ -158,6 +158,11 @@ protected:
         unless the board is being closed without its close-time command. */
     void runClosingCommand();
 
+    /** Runs `fn` under the same close lock, so that no close runs meanwhile
+        (a reopen or a reconfiguration of the transport). On the board's own
+        thread it gives way as a close does; returns whether `fn` ran. */
+    bool whileNotClosing(const std::function<void()>& fn);
+
     /** Writes a link diagnostic unless the board is quiet. */
     void logLine(const juce::String& text) const;
 
@@ -183,6 +188,7 @@ private:
     // Serialises closing between the console and the board's own thread.
     juce::CriticalSection closeLock;
     std::atomic<bool> closingWithoutCommand { false };
+    bool underCloseLock(bool giveWay, const std::function<void()>& fn);
 
     JUCE_DECLARE_NON_COPYABLE(HardwareBoard)
 };

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <fstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -135,6 +136,48 @@ TEST_F(ComPortOnPty, ConfigurationDrainsWhatArrivesAndFailsOnHighBytes)
     t = feed('\xA5');
     EXPECT_FALSE(port.set(19200, 8, ComPort::parityNone, 1, ComPort::flowNone));
     t.join();
+
+    // A line that never falls silent: the drain gives up, by time when the
+    // noise trickles and by size when it pours, instead of holding on for as
+    // long as the noise lasts (here at most 20 s).
+    const struct
+    {
+        int bytesPerWrite, pauseMs;
+        bool byTime;
+    } endless[] = { { 2, 1, true }, { 256, 0, false } };
+    int rate = 9600;
+    for (auto& e : endless)
+    {
+        std::atomic<bool> chatter { true };
+        std::thread noise([&] {
+            const auto until = juce::Time::getMillisecondCounter() + 20000;
+            while (chatter && juce::Time::getMillisecondCounter() < until)
+            {
+                peer.writeIfRoom(std::string((size_t) e.bytesPerWrite, 'z'));
+                juce::Thread::sleep(e.pauseMs);
+            }
+        });
+        // On a loaded machine the noise itself may pause for 50 ms, which
+        // rightly ends a drain: a few attempts are allowed for that.
+        bool gaveUp = false;
+        for (int attempt = 0; attempt < 5 && !gaveUp; ++attempt)
+        {
+            log.clear();
+            gaveUp = !port.set(rate, 8, ComPort::parityNone, 1, ComPort::flowNone);
+            rate = rate == 9600 ? 19200 : 9600;
+        }
+        chatter = false;
+        noise.join();
+        EXPECT_TRUE(gaveUp) << e.bytesPerWrite;
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 1) << lines.joinIntoString("|");
+        const juce::String start = "ComPort::set(" + port.getDevicePath() + ") gave up: the line did not fall silent (";
+        EXPECT_TRUE(lines[0].startsWith(start)) << lines[0];
+        if (e.byTime)
+            EXPECT_GE(lines[0].fromLastOccurrenceOf(" in ", false, false).getIntValue(), 600) << lines[0];
+        else
+            EXPECT_TRUE(lines[0].contains("(4096 bytes in ")) << lines[0];
+    }
 }
 
 TEST_F(ComPortOnPty, ReadStringFraming)
@@ -159,6 +202,58 @@ TEST_F(ComPortOnPty, ReadStringFraming)
 
     peer.write("ab\xC8" "cd\n");
     EXPECT_EQ(port.readString(line, 1080, 1000), -1);
+    EXPECT_EQ(port.readString(line, 1080, 1000), 2) << "what follows the bad byte stays";
+    EXPECT_EQ(line, "cd");
+}
+
+namespace
+{
+/** Read ("syscr:") or write ("syscw:") calls made so far by the calling thread. */
+long callsOfThisThread(const std::string& which)
+{
+    std::ifstream io("/proc/thread-self/io");
+    std::string key;
+    long value = -1;
+    while (io >> key >> value)
+        if (key == which)
+            return value;
+    return -1;
+}
+}
+
+TEST_F(ComPortOnPty, ReadAheadIsServedInOrderAndDroppedWithTheDeviceQueue)
+{
+    const std::string text = std::string(1000, 'y') + "\n";
+    peer.write(text);
+    ASSERT_EQ(port.ready(1000), 1);
+    juce::String line;
+    const long before = callsOfThisThread("syscr:");
+    ASSERT_GE(before, 0) << "no per-thread I/O accounting";
+    EXPECT_EQ(port.readString(line, 1080, 1000), 1000);
+    EXPECT_LT(callsOfThisThread("syscr:") - before, 50) << "a line is fetched in a few calls, not one per byte";
+
+    // Bytes fetched ahead belong to the device's queue: the flush of a new
+    // configuration and a close drop them as they drop the device's own.
+    const struct
+    {
+        const char* sent;
+        bool reconfigure;
+    } dropped[] = { { "x\xA5", true }, { "xq", false } };
+    for (auto& d : dropped)
+    {
+        peer.write(d.sent);
+        ASSERT_EQ(port.readChar(1000), 'x');
+        if (d.reconfigure)
+            EXPECT_TRUE(port.set(9600, 8, ComPort::parityNone, 1, ComPort::flowNone)) << "the drain saw a flushed byte";
+        else
+        {
+            port.close();
+            ASSERT_TRUE(port.open(0, true));
+        }
+        EXPECT_EQ(port.ready(0), 0) << d.sent;
+        peer.write("!");
+        EXPECT_EQ(port.readChar(1000), '!') << d.sent;
+    }
 }
 
 TEST_F(ComPortOnPty, TimeoutsArePerCharacter)
@@ -202,6 +297,22 @@ TEST_F(ComPortOnPty, WritesReachTheDevice)
     EXPECT_EQ(line, "?");
     ASSERT_TRUE(peer.readLine(line));
     EXPECT_EQ(line, "@");
+
+    const std::string text(600, 'w');
+    const long before = callsOfThisThread("syscw:");
+    EXPECT_TRUE(port.writeString(text.c_str(), 50));
+    EXPECT_LT(callsOfThisThread("syscw:") - before, 10) << "a line goes out in a few calls, not one per byte";
+    std::string bytes;
+    ASSERT_TRUE(peer.readBytes(bytes, text.size()));
+    EXPECT_EQ(bytes, text);
+
+    // Nobody reads the device any more: once it is full, a character waits
+    // for room no longer than its timeout.
+    bool written = true;
+    for (int i = 0; i < 10000 && written; ++i)
+        written = port.writeString(text.c_str(), 50);
+    EXPECT_FALSE(written);
+    EXPECT_EQ(log.lines(), juce::StringArray { "ComPort::writeChar(" + port.getDevicePath() + ") timed out error 50" });
 }
 
 TEST_F(ComPortOnPty, RemovedWhenTheDeviceGoesAway)
@@ -241,12 +352,33 @@ struct ChildOnTerminal
         }
     }
 
-    int exitStatus()
+    /** Reads the child's output until `text` has appeared. */
+    void waitForOutput(const std::string& text)
+    {
+        char buf[64];
+        std::string seen;
+        while (seen.find(text) == std::string::npos)
+        {
+            const ssize_t n = ::read(master, buf, sizeof buf);
+            if (n <= 0)
+                break;
+            seen.append(buf, (size_t) n);
+        }
+    }
+
+    /** The child's exit status; -1 if it was still running at the deadline
+        (it is killed then). */
+    int exitStatus(int timeoutMs = 60000)
     {
         int status = 0;
-        waitpid(pid, &status, 0);
+        if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs))
+        {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            status = -1;
+        }
         ::close(master);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 };
 }
@@ -284,17 +416,45 @@ TEST(ConsoleInput, KbhitSwitchesToSingleKeyModeAndSeesAWaitingKey)
         tcgetattr(1, &tio);
         return (tio.c_lflag & ICANON) != 0 ? 0 : 5;
     });
-    char buf[64];
-    std::string seen;
-    while (seen.find("waiting") == std::string::npos)
-    {
-        const ssize_t n = ::read(child.master, buf, sizeof buf);
-        if (n <= 0)
-            break;
-        seen.append(buf, (size_t) n);
-    }
+    child.waitForOutput("waiting");
     ASSERT_EQ(::write(child.master, "q", 1), 1);
     EXPECT_EQ(child.exitStatus(), 0);
+}
+
+TEST(ConsoleInput, WaitForKeyEndsWithAKeyOrTheLimit)
+{
+    ChildOnTerminal child([] {
+        if (waitForKey(30))
+            return 2;
+        termios tio;
+        tcgetattr(1, &tio);
+        if ((tio.c_lflag & (ICANON | ECHO)) != 0)
+            return 3;
+        printf("waiting\n");
+        fflush(stdout);
+        // Far beyond the test's own time limit: only the key can end it.
+        return waitForKey(600000) && getch() == 'w' ? 0 : 4;
+    });
+    child.waitForOutput("waiting");
+    ASSERT_EQ(::write(child.master, "w", 1), 1);
+    EXPECT_EQ(child.exitStatus(), 0);
+}
+
+TEST(ConsoleInput, ControlCOnAnyThreadEndsTheWaitForAKey)
+{
+    ChildOnTerminal child([] {
+        static std::atomic<int> calls { 0 };
+        setControlCHandler([] { ++calls; });
+        std::thread other([] {
+            juce::Thread::sleep(100);
+            raise(SIGINT);  // handled on this thread, not the waiting one
+        });
+        // Far beyond the deadline below: only Ctrl-C can end it.
+        const bool key = waitForKey(600000);
+        other.join();
+        return !key && calls == 1 ? 0 : 1;
+    });
+    EXPECT_EQ(child.exitStatus(10000), 0);
 }
 
 TEST(ConsoleInput, ControlCCallsTheHandler)

@@ -51,13 +51,11 @@ void DockTester::runMenu()
     fflush(stdout);
     while (!done && dockStopFlag == 0)
     {
-        if (!kbhit())
-        {
-            // A millisecond is nothing to a typist but keeps the idle loop
-            // from taking a whole core of the bench machine.
-            juce::Thread::sleep(1);
+        // A key or Ctrl-C ends the wait at once (the stop flag changes nowhere
+        // else), so the loop need not wake to look at the flag; the limit is
+        // only a safety net.
+        if (!waitForKey(1000))
             continue;
-        }
         const int key = getch();
         // Prompts and their answers run in the terminal's line mode.
         resetTTY();

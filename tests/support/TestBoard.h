@@ -65,6 +65,11 @@ public:
     int getBaudRate() const override { return baudRate; }
     bool isUsb() const override { return usbPort; }
     void eventReceived(const juce::String& line) override;
+    int idlePauseMs() const override { return pauseMs > 0 ? pauseMs : ControlBoard::idlePauseMs(); }
+
+    /** Stretches the event thread's idle pause (set before the board opens),
+        to see what ends it early. */
+    int pauseMs = 0;
 
     /** Event lines delivered so far, in order. */
     juce::StringArray events() const;
