@@ -631,7 +631,7 @@ int main(int argc, char** argv)
             for (int i = 1; i <= count && !soak.failedTooOften(); ++i)
             {
                 soak.exchange(i);
-                if (i == (done + 1) * count / (cycles + 1))
+                if (done < cycles && i == (done + 1) * count / (cycles + 1))
                 {
                     soak.unplugCycle(done < racedReopens);
                     ++done;
