@@ -470,7 +470,8 @@ public:
         watchdog.disarm();
         if (!closed)
         {
-            fail("cycle " + juce::String(cycles) + ": the board was still open 1 s after the unplug");
+            fail("cycle " + juce::String(cycles) + ": the board was still open 1 s after the unplug; diagnostics: "
+                 + logger.take().joinIntoString(" | "));
             if (!waitUntil([this] { return !board.boardIsOpen(); }, 10000))
                 board.closeBoard(false);
         }
@@ -480,12 +481,14 @@ public:
         open();
     }
 
-    /** The board talks without end: every exchange and a reopen must still come
-        to an end, and the link must work again once it stops. */
+    /** The board talks without end and answers nothing: every exchange and a
+        reopen must still come to an end, and the link must work again once it
+        stops. */
     void babble()
     {
         checkEvents();
-        if (sim.control("fault 0 clear") != "ok" || sim.control("fault 0 babble") != "ok")
+        if (sim.control("fault 0 clear") != "ok" || sim.control("fault 0 drop-every=1") != "ok"
+            || sim.control("fault 0 babble") != "ok")
             fail("boardsim refused the babble fault");
         for (int i = 0; i < 5; ++i)
         {
