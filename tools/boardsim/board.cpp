@@ -330,8 +330,9 @@ Replier Board::respond(const std::string& line, unsigned& delayMs)
     delayMs = faults_.delayMs;
     Replier r;
     std::optional<RandomFault> chance;
-    if (faults_.randomPercent && std::uniform_int_distribution<unsigned>(0, 99)(faults_.rng) < faults_.randomPercent)
-        chance = static_cast<RandomFault>(std::uniform_int_distribution<unsigned>(0, kRandomFaultKinds - 1)(faults_.rng));
+    std::uniform_int_distribution<unsigned> percent(0, 99), kind(0, kRandomFaultKinds - 1);
+    if (faults_.randomPercent && percent(faults_.rng) < faults_.randomPercent)
+        chance = static_cast<RandomFault>(kind(faults_.rng));
     const bool drop = (faults_.dropEvery && commandCount_ % faults_.dropEvery == 0) || chance == RandomFault::Drop;
     const bool nackIdentify = !drop && line == "?" && faults_.nackIdentify > 0;
     const bool nack = !drop && !nackIdentify &&
@@ -351,7 +352,8 @@ Replier Board::respond(const std::string& line, unsigned& delayMs)
     } else if (nack) {
         note("nack");
         if (verbose_)
-            diag("refusing command " + std::to_string(commandCount_) + (chance ? " (random)" : " (nack-every)"));
+            diag("refusing command " + std::to_string(commandCount_) +
+                 (chance == RandomFault::Nack ? " (random)" : " (nack-every)"));
         r.refuse();
     } else {
         personality_->handle(line, r);
@@ -385,7 +387,6 @@ Replier Board::respond(const std::string& line, unsigned& delayMs)
     // depend on whether events are on.
     std::string eventBefore = "-", eventAfter = "-";
     if (faults_.eventPercent) {
-        std::uniform_int_distribution<unsigned> percent(0, 99);
         const bool early = percent(faults_.rng) < faults_.eventPercent;
         const bool late = percent(faults_.rng) < faults_.eventPercent;
         if (early) {
