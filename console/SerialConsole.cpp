@@ -66,11 +66,10 @@ void keystrokeLoop(const BoardKind& kind, BoardSession& session)
 {
     while (stopFlag == 0)
     {
-        if (!kbhit())
-        {
-            juce::Thread::sleep(20);
+        // A key ends the wait at once; the limit is how soon the stop flag of
+        // a Ctrl-C that reached another thread is seen.
+        if (!waitForKey(20))
             continue;
-        }
         const int key = getch();
         // Prompts and their answers run in the terminal's line mode.
         resetTTY();

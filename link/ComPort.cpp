@@ -183,7 +183,9 @@ bool ComPort::set(int baudRate, int dataBits, ParityType parity, int stopBits, F
     tio.c_cc[VMIN] = 0;
     tio.c_cc[VTIME] = 1;
 
+    // What was fetched ahead is part of the input queue being flushed.
     tcflush(fd, TCIFLUSH);
+    dropReadAhead();
     if (tcsetattr(fd, TCSANOW, &tio) != 0)
         return false;
 
@@ -193,6 +195,12 @@ bool ComPort::set(int baudRate, int dataBits, ParityType parity, int stopBits, F
         if (readChar(-1) < 0)
             return false;
     return true;
+}
+
+void ComPort::dropReadAhead() noexcept
+{
+    readPos = readEnd = 0;
+    buffered.store(0, std::memory_order_relaxed);
 }
 
 //==============================================================================
@@ -223,6 +231,8 @@ int ComPort::ready(int timeoutMs)
 {
     if (!isOpen())
         return -1;
+    if (readPos < readEnd)
+        return 1;
     int err = 0;
     const int r = waitFor(WaitFor::read, timeoutMs, err);
     if (r < 0)
@@ -239,6 +249,15 @@ int ComPort::readChar(int timeoutMs)
         return -1;
     for (;;)
     {
+        if (readPos < readEnd)
+        {
+            const unsigned char c = readAhead[readPos++];
+            buffered.store(readEnd - readPos, std::memory_order_relaxed);
+            // Signed on purpose: the boards send ASCII only, so a byte of 0x80 or
+            // above comes back negative and every caller treats it as a failure.
+            return (int) (signed char) c;
+        }
+
         int err = 0;
         const int r = waitFor(WaitFor::read, timeoutMs, err);
         if (r < 0)
@@ -249,12 +268,14 @@ int ComPort::readChar(int timeoutMs)
         if (r == 0)
             return -1;
 
-        unsigned char c = 0;
-        const ssize_t n = ::read(fd, &c, 1);
-        if (n == 1)
-            // Signed on purpose: the boards send ASCII only, so a byte of 0x80 or
-            // above comes back negative and every caller treats it as a failure.
-            return (int) (signed char) c;
+        const ssize_t n = ::read(fd, readAhead, sizeof readAhead);
+        if (n > 0)
+        {
+            readPos = 0;
+            readEnd = (int) n;
+            buffered.store(readEnd, std::memory_order_relaxed);
+            continue;
+        }
         if (n == 0)
             return -1;
         if (errno == EAGAIN || errno == EINTR)
@@ -351,7 +372,29 @@ void ComPort::close()
 {
     if (!open_.exchange(false))
         return;
+    dropReadAhead();
     juce::Thread::sleep(10);
-    ::close(fd);
-    fd = -1;
+    ::close(fd.exchange(-1));
+}
+
+int ComPort::waitForInput(int timeoutMs, int wakeFd) const
+{
+    if (buffered.load(std::memory_order_relaxed) > 0)
+        return 0;
+    // The descriptor may be closed (even reused) while this waits: select then
+    // waits on the old file or wakes early, and either is harmless.
+    const int f = fd.load();
+    if (f < 0 || f >= FD_SETSIZE || wakeFd >= FD_SETSIZE)
+        return -1;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(f, &set);
+    if (wakeFd >= 0)
+        FD_SET(wakeFd, &set);
+    timeval tv;
+    setTimeout(tv, timeoutMs);
+    const int r = select(juce::jmax(f, wakeFd) + 1, &set, nullptr, nullptr, &tv);
+    if (r < 0)
+        return errno == EINTR ? 0 : -1;
+    return wakeFd >= 0 && FD_ISSET(wakeFd, &set) ? 1 : 0;
 }

@@ -46,6 +46,11 @@ void setupTTY(bool singleKey)
 
 bool kbhit()
 {
+    return waitForKey(0);
+}
+
+bool waitForKey(int timeoutMs)
+{
     if (!ttyIsRaw)
     {
         setupTTY(true);
@@ -55,7 +60,7 @@ bool kbhit()
     fd_set set;
     FD_ZERO(&set);
     FD_SET(STDIN_FILENO, &set);
-    timeval tv { 0, 0 };
+    timeval tv { timeoutMs / 1000, (timeoutMs % 1000) * 1000 };
     return select(STDIN_FILENO + 1, &set, nullptr, nullptr, &tv) > 0;
 }
 

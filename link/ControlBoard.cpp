@@ -1,6 +1,9 @@
 #include "link/ControlBoard.h"
 
 #include <cstring>
+#include <fcntl.h>
+#include <sys/select.h>
+#include <unistd.h>
 
 namespace
 {
@@ -9,7 +12,6 @@ constexpr int identifyReadTimeoutMs = 100;
 constexpr int idReadTimeoutMs = 500;
 constexpr int replyReadTimeoutMs = 500;
 constexpr int eventReadTimeoutMs = 50;
-constexpr int idlePauseMs = 10;
 constexpr int idleChecksBeforeUnplugCheck = 50;
 constexpr int readErrorsBeforeClose = 100;
 
@@ -28,14 +30,60 @@ bool isEventLine(const juce::String& line)
     const auto c = line[0];
     return c >= 'a' && c <= 'z';
 }
+
+/** True when `fd` turned readable within the time; a negative fd just waits. */
+bool readableWithin(int fd, int timeoutMs)
+{
+    fd_set set;
+    FD_ZERO(&set);
+    if (fd >= 0)
+        FD_SET(fd, &set);
+    timeval tv { timeoutMs / 1000, (timeoutMs % 1000) * 1000 };
+    return select(fd + 1, &set, nullptr, nullptr, &tv) > 0;
+}
 }
 
 bool ControlBoard::openPorts[ControlBoard::maxPorts] = {};
 juce::CriticalSection ControlBoard::portLock;
 
+ControlBoard::ControlBoard()
+{
+    if (pipe(wakePipe) == 0)
+        for (int end : wakePipe)
+            fcntl(end, F_SETFL, fcntl(end, F_GETFL) | O_NONBLOCK);
+    else
+        wakePipe[0] = wakePipe[1] = -1;
+    addListener(this);
+}
+
 ControlBoard::~ControlBoard()
 {
     closeBoard(false);
+    // The thread is stopped once more by the base destructor: no wake-ups then.
+    removeListener(this);
+    for (int end : wakePipe)
+        if (end >= 0)
+            ::close(end);
+}
+
+void ControlBoard::exitSignalSent()
+{
+    wakeEventThread();
+}
+
+void ControlBoard::wakeEventThread()
+{
+    // A full pipe wakes the thread as well as one more byte would.
+    const char wake = 1;
+    if (wakePipe[1] >= 0)
+        juce::ignoreUnused(::write(wakePipe[1], &wake, 1));
+}
+
+void ControlBoard::drainWakePipe()
+{
+    char bytes[16];
+    while (wakePipe[0] >= 0 && ::read(wakePipe[0], bytes, sizeof bytes) > 0)
+        ;
 }
 
 bool ControlBoard::isPortOpen(int p)
@@ -157,28 +205,42 @@ void ControlBoard::closePort()
 
 bool ControlBoard::changePortRate()
 {
-    const juce::ScopedLock sl(portLock);
-    return configureForBoard(port, getBaudRate());
+    // Under the close lock a close cannot take the port away meanwhile; under
+    // the board lock the event thread does not read while the drain does.
+    bool changed = false;
+    whileNotClosing([this, &changed] {
+        const juce::ScopedLock sl(portLock);
+        const juce::ScopedLock boardLock(lock);
+        changed = isOpen && configureForBoard(port, getBaudRate());
+    });
+    return changed;
 }
 
 bool ControlBoard::reopenPort()
 {
-    if (!isOpen)
-        return false;
-
-    const bool wasRunning = isThreadRunning();
-    stopThread(threadStopTimeoutMs);
-    const int p = port.getPortNumber();
-    const bool usb = port.getIsUsb();
-    closePort();
-    if (!openPort(p, usb))
-    {
-        isOpen = false;
-        return false;
-    }
-    if (wasRunning)
-        startThread();
-    return true;
+    // A close from the board's thread (an unplug, failing reads) gives way
+    // while this holds the close lock, and the thread is stopped here anyway:
+    // the board ends either reopened with its thread, or closed with its port
+    // free, never reopened behind the back of a close.
+    bool reopened = false;
+    whileNotClosing([this, &reopened] {
+        if (!isOpen)
+            return;
+        const bool wasRunning = isThreadRunning();
+        stopThread(threadStopTimeoutMs);
+        const int p = port.getPortNumber();
+        const bool usb = port.getIsUsb();
+        closePort();
+        if (!openPort(p, usb))
+        {
+            isOpen = false;
+            return;
+        }
+        if (wasRunning)
+            startThread();
+        reopened = true;
+    });
+    return reopened;
 }
 
 void ControlBoard::closeBoard(bool fromOwnThread)
@@ -211,6 +273,18 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
     if (!port.isOpen())
         return false;
 
+    exchangeInFlight = true;
+    const bool result = exchange(command, line, writeTimeoutMs, reply, expectResponse);
+    exchangeInFlight = false;
+    // Lines parked meanwhile are delivered now, not after the thread's pause.
+    if (!pendingEvents.isEmpty())
+        wakeEventThread();
+    return result;
+}
+
+bool ControlBoard::exchange(const juce::String& command, const juce::String& line, int writeTimeoutMs,
+                            juce::String& reply, bool expectResponse)
+{
     if (!port.writeString(line.toRawUTF8(), writeTimeoutMs))
     {
         logLine("ControlBoard::sendCommand '" + command + "' failed");
@@ -257,13 +331,16 @@ bool ControlBoard::sendCommandInternal(const juce::String& command, juce::String
 //==============================================================================
 void ControlBoard::run()
 {
+    // A stop request of an earlier run may still be in the pipe.
+    drainWakePipe();
+
     EventPoll poll;
     while (!threadShouldExit())
     {
         const int status = pollForEvents(poll);
         if (status > 0)
             deliverEvents(poll);
-        else if (pauseUntilNextPoll())
+        else if (pauseUntilNextPoll(status))
             break;
 
         // Only a USB adaptor can vanish; while lines come the board is there.
@@ -308,9 +385,20 @@ void ControlBoard::deliverEvents(EventPoll& poll)
     poll.parked.clear();
 }
 
-bool ControlBoard::pauseUntilNextPoll()
+bool ControlBoard::pauseUntilNextPoll(int status)
 {
-    return wait(idlePauseMs) && threadShouldExit();
+    // A quiet port is waited on, without the board lock and reading nothing,
+    // so a line ends the pause as soon as it comes. After a failed read the
+    // port may stay readable, and during an exchange what comes is the
+    // exchange's: then only the pipe ends the pause, or the thread would spin.
+    int woken = -1;
+    if (status == 0 && !exchangeInFlight)
+        woken = port.waitForInput(idlePauseMs(), wakePipe[0]);
+    if (woken < 0)
+        woken = readableWithin(wakePipe[0], idlePauseMs()) ? 1 : 0;
+    if (woken > 0)
+        drainWakePipe();
+    return threadShouldExit();
 }
 
 bool ControlBoard::boardIsGone(int status, EventPoll& poll)

@@ -10,13 +10,13 @@
     Subclasses whose closingBoard() does real work must call closeBoard(false)
     in their own destructor: by the time this destructor runs the subclass part
     is gone. */
-class ControlBoard : public HardwareBoard
+class ControlBoard : public HardwareBoard, private juce::Thread::Listener
 {
 public:
     static constexpr int maxPorts = 16;
     static constexpr int threadStopTimeoutMs = 10000;
 
-    ControlBoard() = default;
+    ControlBoard();
     ~ControlBoard() override;
 
     void run() override;
@@ -32,6 +32,9 @@ public:
     virtual int numSearchPorts() const { return 9; }
     virtual int getBaudRate() const { return 19200; }
     virtual void eventReceived(const juce::String& line) { juce::ignoreUnused(line); }
+    /** How long the event thread pauses after a turn that brought nothing.
+        A line from the board ends the pause early. */
+    virtual int idlePauseMs() const { return 10; }
 
     static int searchForControlBoard(bool isUsb, int firstPort, int lastPort, const char* idString,
                                      int boardId, int baudRate, juce::String& version);
@@ -71,13 +74,25 @@ private:
         0 when the port was quiet, <0 when a read failed. */
     int pollForEvents(EventPoll& poll);
     void deliverEvents(EventPoll& poll);
-    /** Waits between quiet turns; true when the thread was told to stop. */
-    bool pauseUntilNextPoll();
+    /** Waits between turns that brought nothing; true when the thread was told
+        to stop. */
+    bool pauseUntilNextPoll(int status);
     /** The unplug watch, after a turn with nothing delivered. */
     bool boardIsGone(int status, EventPoll& poll);
 
     void closeOpenBoard(bool fromOwnThread);
+    bool exchange(const juce::String& command, const juce::String& line, int writeTimeoutMs, juce::String& reply,
+                  bool expectResponse);
 
+    // The event thread pauses on this pipe (and on the port): a byte ends the
+    // pause, when the thread is told to stop or an exchange parked lines.
+    void exitSignalSent() override;
+    void wakeEventThread();
+    void drainWakePipe();
+    int wakePipe[2] = { -1, -1 };
+    // Set while an exchange holds the board lock: what arrives then is the
+    // exchange's, so the event thread does not wake for it.
+    std::atomic<bool> exchangeInFlight { false };
 
     JUCE_DECLARE_NON_COPYABLE(ControlBoard)
 };

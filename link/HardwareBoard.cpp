@@ -246,13 +246,26 @@ bool HardwareBoard::sendCommandGetArrayResponse(char cmd, const char* text, unsi
 
 void HardwareBoard::closeOnce(bool fromOwnThread, const std::function<void(bool)>& closeOpen)
 {
-    if (fromOwnThread)
+    underCloseLock(fromOwnThread, [&] { closeOpen(fromOwnThread); });
+}
+
+bool HardwareBoard::whileNotClosing(const std::function<void()>& fn)
+{
+    return underCloseLock(getCurrentThreadId() == getThreadId(), fn);
+}
+
+bool HardwareBoard::underCloseLock(bool giveWay, const std::function<void()>& fn)
+{
+    // The lock holder may be waiting for this board's thread to end: that
+    // thread must not wait for the lock in turn.
+    if (giveWay)
     {
         const juce::ScopedTryLock tl(closeLock);
         if (tl.isLocked())
-            closeOpen(true);
-        return;
+            fn();
+        return tl.isLocked();
     }
     const juce::ScopedLock sl(closeLock);
-    closeOpen(false);
+    fn();
+    return true;
 }

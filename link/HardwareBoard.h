@@ -127,6 +127,11 @@ protected:
         waits for that very thread to end. */
     void closeOnce(bool fromOwnThread, const std::function<void(bool)>& closeOpen);
 
+    /** Runs `fn` under the same close lock, so that no close runs meanwhile
+        (a reopen or a reconfiguration of the transport). On the board's own
+        thread it gives way as a close does; returns whether `fn` ran. */
+    bool whileNotClosing(const std::function<void()>& fn);
+
     /** Writes a link diagnostic unless the board is quiet. */
     void logLine(const juce::String& text) const;
 
@@ -151,6 +156,7 @@ private:
     juce::CriticalSection versionLock;
     // Serialises closing between the console and the board's own thread.
     juce::CriticalSection closeLock;
+    bool underCloseLock(bool giveWay, const std::function<void()>& fn);
 
     JUCE_DECLARE_NON_COPYABLE(HardwareBoard)
 };

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <fstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -159,6 +160,58 @@ TEST_F(ComPortOnPty, ReadStringFraming)
 
     peer.write("ab\xC8" "cd\n");
     EXPECT_EQ(port.readString(line, 1080, 1000), -1);
+    EXPECT_EQ(port.readString(line, 1080, 1000), 2) << "what follows the bad byte stays";
+    EXPECT_EQ(line, "cd");
+}
+
+namespace
+{
+/** Read calls made so far by the calling thread. */
+long readCallsOfThisThread()
+{
+    std::ifstream io("/proc/thread-self/io");
+    std::string key;
+    long value = -1;
+    while (io >> key >> value)
+        if (key == "syscr:")
+            return value;
+    return -1;
+}
+}
+
+TEST_F(ComPortOnPty, ReadAheadIsServedInOrderAndDroppedWithTheDeviceQueue)
+{
+    const std::string text = std::string(1000, 'y') + "\n";
+    peer.write(text);
+    ASSERT_EQ(port.ready(1000), 1);
+    juce::String line;
+    const long before = readCallsOfThisThread();
+    ASSERT_GE(before, 0) << "no per-thread I/O accounting";
+    EXPECT_EQ(port.readString(line, 1080, 1000), 1000);
+    EXPECT_LT(readCallsOfThisThread() - before, 50) << "a line is fetched in a few calls, not one per byte";
+
+    // Bytes fetched ahead belong to the device's queue: the flush of a new
+    // configuration and a close drop them as they drop the device's own.
+    const struct
+    {
+        const char* sent;
+        bool reconfigure;
+    } dropped[] = { { "x\xA5", true }, { "xq", false } };
+    for (auto& d : dropped)
+    {
+        peer.write(d.sent);
+        ASSERT_EQ(port.readChar(1000), 'x');
+        if (d.reconfigure)
+            EXPECT_TRUE(port.set(9600, 8, ComPort::parityNone, 1, ComPort::flowNone)) << "the drain saw a flushed byte";
+        else
+        {
+            port.close();
+            ASSERT_TRUE(port.open(0, true));
+        }
+        EXPECT_EQ(port.ready(0), 0) << d.sent;
+        peer.write("!");
+        EXPECT_EQ(port.readChar(1000), '!') << d.sent;
+    }
 }
 
 TEST_F(ComPortOnPty, TimeoutsArePerCharacter)
@@ -241,6 +294,20 @@ struct ChildOnTerminal
         }
     }
 
+    /** Reads the child's output until `text` has appeared. */
+    void waitForOutput(const std::string& text)
+    {
+        char buf[64];
+        std::string seen;
+        while (seen.find(text) == std::string::npos)
+        {
+            const ssize_t n = ::read(master, buf, sizeof buf);
+            if (n <= 0)
+                break;
+            seen.append(buf, (size_t) n);
+        }
+    }
+
     int exitStatus()
     {
         int status = 0;
@@ -284,16 +351,27 @@ TEST(ConsoleInput, KbhitSwitchesToSingleKeyModeAndSeesAWaitingKey)
         tcgetattr(1, &tio);
         return (tio.c_lflag & ICANON) != 0 ? 0 : 5;
     });
-    char buf[64];
-    std::string seen;
-    while (seen.find("waiting") == std::string::npos)
-    {
-        const ssize_t n = ::read(child.master, buf, sizeof buf);
-        if (n <= 0)
-            break;
-        seen.append(buf, (size_t) n);
-    }
+    child.waitForOutput("waiting");
     ASSERT_EQ(::write(child.master, "q", 1), 1);
+    EXPECT_EQ(child.exitStatus(), 0);
+}
+
+TEST(ConsoleInput, WaitForKeyEndsWithAKeyOrTheLimit)
+{
+    ChildOnTerminal child([] {
+        if (waitForKey(30))
+            return 2;
+        termios tio;
+        tcgetattr(1, &tio);
+        if ((tio.c_lflag & (ICANON | ECHO)) != 0)
+            return 3;
+        printf("waiting\n");
+        fflush(stdout);
+        // Far beyond the test's own time limit: only the key can end it.
+        return waitForKey(600000) && getch() == 'w' ? 0 : 4;
+    });
+    child.waitForOutput("waiting");
+    ASSERT_EQ(::write(child.master, "w", 1), 1);
     EXPECT_EQ(child.exitStatus(), 0);
 }
 

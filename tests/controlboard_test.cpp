@@ -204,6 +204,27 @@ TEST_F(OpenBoard, EventsDuringAnExchangeArriveAfterItInOrderAndOnce)
     EXPECT_EQ(board->events(), (juce::StringArray { "zbefore", "aone", "btwo", "cthree" }));
 }
 
+TEST_F(OpenBoard, ALineOrAStopEndsTheIdlePause)
+{
+    script = { { "S", { "aparked", "OK" } } };
+    open();
+    // Far longer than any deadline here: only the line itself can end it.
+    board->pauseMs = 600000;
+    juce::Thread::sleep(50);
+    for (int i = 1; i <= 3; ++i)
+    {
+        peer->writeLine("e" + std::to_string(i));
+        ASSERT_TRUE(board->waitForEvents(i)) << "event " << i;
+    }
+    EXPECT_TRUE(board->sendCommand('S', -1, 0));
+    EXPECT_TRUE(board->waitForEvents(4)) << "a parked line is delivered when the exchange ends: "
+                                          << board->events().joinIntoString(",") << " pending " << board->pendingEvents.size();
+
+    board->closeBoard(false);
+    EXPECT_FALSE(board->isThreadRunning());
+    EXPECT_FALSE(log.contains("!! killing thread by force !!")) << "the stop ended the pause";
+}
+
 TEST_F(OpenBoard, ClosingReleasesThePortAndTheBoardCanBeFoundAgain)
 {
     open();
@@ -235,6 +256,48 @@ TEST_F(OpenBoard, ReopenAndRateChangeKeepTheBoardWorking)
     EXPECT_TRUE(board->sendCommand('A', -1, 0));
     peer->writeLine("eafter");
     EXPECT_TRUE(board->waitForEvents(1));
+}
+
+TEST_F(Link, AReopenRacingACloseLeavesTheBoardOpenOrClosedWhole)
+{
+    // The board's thread closes the board (as after an unplug) while the
+    // console reopens its port; whoever wins, the board and the port table
+    // must agree, and a close afterwards must free the port.
+    enum class Rival { threadClose, unplug, rateChange };
+    const Rival rivals[] = { Rival::threadClose, Rival::unplug, Rival::rateChange };
+    for (int round = 0; round < 30; ++round)
+    {
+        const Rival rival = rivals[round % 3];
+        PtyPeer peer(dev.path(), "ttyUSB0");
+        peer.serve(boardAnswers("Test board V2.1", 0));
+        TestBoard board;
+        ASSERT_TRUE(board.findAndOpen(-1)) << round;
+        // After a line the peer changes the pty's speed, so that the reopen's
+        // configuration is a real change (see PtyPeer).
+        ASSERT_TRUE(board.sendCommand('A', -1, 0));
+
+        std::thread racer([&] {
+            juce::Thread::sleep(round % 5);
+            if (rival == Rival::threadClose)
+                board.closeBoard(true);
+            else if (rival == Rival::unplug)
+                peer.unplug();
+            else
+                board.changePortRate();
+        });
+        board.reopenPort();
+        racer.join();
+        if (rival == Rival::unplug)
+            waitUntil([&] { return !board.boardIsOpen(); });
+        EXPECT_EQ(ControlBoard::isPortOpen(0), board.boardIsOpen()) << "round " << round;
+
+        // A close from the thread's side leaves the thread to end itself.
+        board.stopThread(ControlBoard::threadStopTimeoutMs);
+        board.closeBoard(false);
+        EXPECT_FALSE(ControlBoard::isPortOpen(0)) << "round " << round;
+        peer.unplug();
+        // The next round's adaptor gets the same name, hence the same number.
+    }
 }
 
 TEST_F(OpenBoard, UnplugClosesTheBoardFromItsOwnThread)

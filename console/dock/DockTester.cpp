@@ -51,13 +51,9 @@ void DockTester::runMenu()
     fflush(stdout);
     while (!done && dockStopFlag == 0)
     {
-        if (!kbhit())
-        {
-            // A millisecond is nothing to a typist but keeps the idle loop
-            // from taking a whole core of the bench machine.
-            juce::Thread::sleep(1);
+        // A key ends the wait at once; the limit keeps the stop flag fresh.
+        if (!waitForKey(1))
             continue;
-        }
         const int key = getch();
         // Prompts and their answers run in the terminal's line mode.
         resetTTY();

@@ -65,6 +65,14 @@ public:
     int getBaudRate() const override { return baudRate; }
     bool isUsb() const override { return usbPort; }
     void eventReceived(const juce::String& line) override;
+    int idlePauseMs() const override
+    {
+        const int stretched = pauseMs;
+        return stretched > 0 ? stretched : ControlBoard::idlePauseMs();
+    }
+
+    /** Stretches the event thread's idle pause, to see what ends it early. */
+    std::atomic<int> pauseMs { 0 };
 
     /** Event lines delivered so far, in order. */
     juce::StringArray events() const;
