@@ -45,6 +45,9 @@ bool speedFor(int baudRate, speed_t& speed)
     }
 }
 
+constexpr int drainLimitBytes = 4096;
+constexpr juce::uint32 drainLimitMs = 600;
+
 void setTimeout(timeval& tv, int timeoutMs)
 {
     tv.tv_sec = timeoutMs / 1000;
@@ -190,10 +193,23 @@ bool ComPort::set(int baudRate, int dataBits, ParityType parity, int stopBits, F
         return false;
 
     // Whatever the device had buffered before the new settings took hold is
-    // noise from the old configuration.
+    // noise from the old configuration. A device that never falls silent
+    // would hold the caller (and the port lock of every search, open and
+    // close with it) for ever: past a limit the port fails to configure.
+    const auto start = juce::Time::getMillisecondCounter();
+    int drained = 0;
     while (ready(50) == 1)
+    {
         if (readChar(-1) < 0)
             return false;
+        const auto elapsed = juce::Time::getMillisecondCounter() - start;
+        if (++drained >= drainLimitBytes || elapsed >= drainLimitMs)
+        {
+            juce::Logger::writeToLog("ComPort::set(" + devicePath + ") gave up: the line did not fall silent ("
+                                     + juce::String(drained) + " bytes in " + juce::String(elapsed) + " ms)");
+            return false;
+        }
+    }
     return true;
 }
 

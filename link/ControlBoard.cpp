@@ -14,6 +14,11 @@ constexpr int replyReadTimeoutMs = 500;
 constexpr int eventReadTimeoutMs = 50;
 constexpr int idleChecksBeforeUnplugCheck = 50;
 constexpr int readErrorsBeforeClose = 100;
+// A board that streams lines and never gives the final one would hold the
+// exchange, and the board lock with it, for ever, and park events without end
+// (the event thread takes them only between exchanges).
+constexpr juce::uint32 exchangeLimitMs = 3000;
+constexpr int parkedEventsLimit = 2000;
 
 bool configureForBoard(ComPort& p, int baudRate)
 {
@@ -293,8 +298,21 @@ bool ControlBoard::exchange(const juce::String& command, const juce::String& lin
 
     bool result = true;
     reply.clear();
+    const auto start = juce::Time::getMillisecondCounter();
+    int parked = 0;
     while (!isFinalLine(reply))
     {
+        // Past either limit the exchange fails as a timeout would: the board
+        // is not answering. The lines parked so far are still delivered.
+        const auto elapsed = juce::Time::getMillisecondCounter() - start;
+        if (elapsed >= exchangeLimitMs || parked >= parkedEventsLimit)
+        {
+            logLine("ControlBoard::sendCommand '" + command + "' reply timeout: lines kept coming on "
+                    + port.getDevicePath() + " for " + juce::String(elapsed) + " ms without a reply ("
+                    + juce::String(parked) + " events parked)");
+            return false;
+        }
+
         const int n = port.readString(reply, ComPort::maxLineLength, replyReadTimeoutMs);
         if (n <= 0)
         {
@@ -305,7 +323,10 @@ bool ControlBoard::exchange(const juce::String& command, const juce::String& lin
         if (!isFinalLine(reply))
         {
             if (isEventLine(reply))
+            {
                 pendingEvents.add(reply);
+                ++parked;
+            }
             else
                 logLine("ControlBoard::sendCommand '" + command + "' received unexpected reply '" + reply + "'");
         }
@@ -334,17 +355,21 @@ void ControlBoard::run()
     // A stop request of an earlier run may still be in the pipe.
     drainWakePipe();
 
+    // Asked once: a board being destroyed must not be asked while its
+    // destructors run (they stop this thread).
+    const bool watchUnplug = isUsb();
     EventPoll poll;
+    poll.pauseMs = idlePauseMs();
     while (!threadShouldExit())
     {
         const int status = pollForEvents(poll);
         if (status > 0)
             deliverEvents(poll);
-        else if (pauseUntilNextPoll(status))
+        else if (pauseUntilNextPoll(status, poll.pauseMs))
             break;
 
         // Only a USB adaptor can vanish; while lines come the board is there.
-        if (isUsb() && status <= 0 && boardIsGone(status, poll))
+        if (watchUnplug && status <= 0 && boardIsGone(status, poll))
         {
             closeBoard(true);
             return;
@@ -385,7 +410,7 @@ void ControlBoard::deliverEvents(EventPoll& poll)
     poll.parked.clear();
 }
 
-bool ControlBoard::pauseUntilNextPoll(int status)
+bool ControlBoard::pauseUntilNextPoll(int status, int pauseMs)
 {
     // A quiet port is waited on, without the board lock and reading nothing,
     // so a line ends the pause as soon as it comes. After a failed read the
@@ -393,9 +418,9 @@ bool ControlBoard::pauseUntilNextPoll(int status)
     // exchange's: then only the pipe ends the pause, or the thread would spin.
     int woken = -1;
     if (status == 0 && !exchangeInFlight)
-        woken = port.waitForInput(idlePauseMs(), wakePipe[0]);
+        woken = port.waitForInput(pauseMs, wakePipe[0]);
     if (woken < 0)
-        woken = readableWithin(wakePipe[0], idlePauseMs()) ? 1 : 0;
+        woken = readableWithin(wakePipe[0], pauseMs) ? 1 : 0;
     if (woken > 0)
         drainWakePipe();
     return threadShouldExit();

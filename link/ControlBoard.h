@@ -32,8 +32,9 @@ public:
     virtual int numSearchPorts() const { return 9; }
     virtual int getBaudRate() const { return 19200; }
     virtual void eventReceived(const juce::String& line) { juce::ignoreUnused(line); }
-    /** How long the event thread pauses after a turn that brought nothing.
-        A line from the board ends the pause early. */
+    /** How long the event thread pauses after a turn that brought nothing
+        (asked when the thread starts). A line from the board ends the pause
+        early. */
     virtual int idlePauseMs() const { return 10; }
 
     static int searchForControlBoard(bool isUsb, int firstPort, int lastPort, const char* idString,
@@ -68,6 +69,7 @@ private:
         juce::String line;          // the line just read from the port
         int idleCount = 0;          // quiet turns since the last unplug check
         int consecutiveErrors = 0;  // failed reads in a row
+        int pauseMs = 0;            // the board's idlePauseMs()
     };
 
     /** One look under the board lock: >0 when there are lines to deliver,
@@ -76,7 +78,7 @@ private:
     void deliverEvents(EventPoll& poll);
     /** Waits between turns that brought nothing; true when the thread was told
         to stop. */
-    bool pauseUntilNextPoll(int status);
+    bool pauseUntilNextPoll(int status, int pauseMs);
     /** The unplug watch, after a turn with nothing delivered. */
     bool boardIsGone(int status, EventPoll& poll);
 

@@ -136,6 +136,48 @@ TEST_F(ComPortOnPty, ConfigurationDrainsWhatArrivesAndFailsOnHighBytes)
     t = feed('\xA5');
     EXPECT_FALSE(port.set(19200, 8, ComPort::parityNone, 1, ComPort::flowNone));
     t.join();
+
+    // A line that never falls silent: the drain gives up, by time when the
+    // noise trickles and by size when it pours, instead of holding on for as
+    // long as the noise lasts (here at most 20 s).
+    const struct
+    {
+        int bytesPerWrite, pauseMs;
+        bool byTime;
+    } endless[] = { { 2, 1, true }, { 256, 0, false } };
+    int rate = 9600;
+    for (auto& e : endless)
+    {
+        std::atomic<bool> chatter { true };
+        std::thread noise([&] {
+            const auto until = juce::Time::getMillisecondCounter() + 20000;
+            while (chatter && juce::Time::getMillisecondCounter() < until)
+            {
+                peer.writeIfRoom(std::string((size_t) e.bytesPerWrite, 'z'));
+                juce::Thread::sleep(e.pauseMs);
+            }
+        });
+        // On a loaded machine the noise itself may pause for 50 ms, which
+        // rightly ends a drain: a few attempts are allowed for that.
+        bool gaveUp = false;
+        for (int attempt = 0; attempt < 5 && !gaveUp; ++attempt)
+        {
+            log.clear();
+            gaveUp = !port.set(rate, 8, ComPort::parityNone, 1, ComPort::flowNone);
+            rate = rate == 9600 ? 19200 : 9600;
+        }
+        chatter = false;
+        noise.join();
+        EXPECT_TRUE(gaveUp) << e.bytesPerWrite;
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 1) << lines.joinIntoString("|");
+        const juce::String start = "ComPort::set(" + port.getDevicePath() + ") gave up: the line did not fall silent (";
+        EXPECT_TRUE(lines[0].startsWith(start)) << lines[0];
+        if (e.byTime)
+            EXPECT_GE(lines[0].fromLastOccurrenceOf(" in ", false, false).getIntValue(), 600) << lines[0];
+        else
+            EXPECT_TRUE(lines[0].contains("(4096 bytes in ")) << lines[0];
+    }
 }
 
 TEST_F(ComPortOnPty, ReadStringFraming)

@@ -110,6 +110,29 @@ TEST_F(Link, DiscoverySkipsSilentRefusingAndForeignPortsAndHonoursTheId)
     EXPECT_EQ(count(ours, "?"), asked) << "a port held by this process is not probed";
 }
 
+TEST_F(Link, APortThatNeverFallsSilentIsPassedOverNotWaitedFor)
+{
+    auto& chatty = addPeer("ttyUSB0");
+    auto& ours = addPeer("ttyUSB1");
+    ours.serve(boardAnswers("Test board V1.1", 0));
+    std::atomic<bool> stop { false };
+    std::thread noise([&] {
+        const auto until = juce::Time::getMillisecondCounter() + 20000;
+        while (!stop && juce::Time::getMillisecondCounter() < until)
+        {
+            chatty.writeIfRoom(std::string(512, 'z'));
+            juce::Thread::sleep(1);
+        }
+    });
+    TestBoard board;
+    EXPECT_TRUE(board.findAndOpen(-1));
+    stop = true;
+    noise.join();
+    EXPECT_TRUE(ControlBoard::isPortOpen(1));
+    const juce::String gaveUp = "ComPort::set(" + juce::String(chatty.linkPath()) + ") gave up";
+    EXPECT_TRUE(log.lines().joinIntoString("\n").contains(gaveUp)) << log.lines().joinIntoString("|");
+}
+
 TEST_F(Link, TheRefusalIsExaminedAsAnIdentity)
 {
     auto& p = addPeer("ttyUSB0");
@@ -204,25 +227,76 @@ TEST_F(OpenBoard, EventsDuringAnExchangeArriveAfterItInOrderAndOnce)
     EXPECT_EQ(board->events(), (juce::StringArray { "zbefore", "aone", "btwo", "cthree" }));
 }
 
-TEST_F(OpenBoard, ALineOrAStopEndsTheIdlePause)
+TEST_F(Link, ALineOrAStopEndsTheIdlePause)
 {
-    script = { { "S", { "aparked", "OK" } } };
-    open();
+    auto& peer = addPeer("ttyUSB0");
+    peer.serve(boardAnswers("Test board V2.1", 0, { { "S", { "aparked", "OK" } } }));
+    TestBoard board;
     // Far longer than any deadline here: only the line itself can end it.
-    board->pauseMs = 600000;
-    juce::Thread::sleep(50);
+    board.pauseMs = 600000;
+    ASSERT_TRUE(board.findAndOpen(-1));
     for (int i = 1; i <= 3; ++i)
     {
-        peer->writeLine("e" + std::to_string(i));
-        ASSERT_TRUE(board->waitForEvents(i)) << "event " << i;
+        peer.writeLine("e" + std::to_string(i));
+        ASSERT_TRUE(board.waitForEvents(i)) << "event " << i;
     }
-    EXPECT_TRUE(board->sendCommand('S', -1, 0));
-    EXPECT_TRUE(board->waitForEvents(4)) << "a parked line is delivered when the exchange ends: "
-                                          << board->events().joinIntoString(",") << " pending " << board->pendingEvents.size();
+    EXPECT_TRUE(board.sendCommand('S', -1, 0));
+    EXPECT_TRUE(board.waitForEvents(4)) << "a parked line is delivered when the exchange ends";
 
-    board->closeBoard(false);
-    EXPECT_FALSE(board->isThreadRunning());
+    board.closeBoard(false);
+    EXPECT_FALSE(board.isThreadRunning());
     EXPECT_FALSE(log.contains("!! killing thread by force !!")) << "the stop ended the pause";
+}
+
+TEST_F(OpenBoard, ABoardThatStreamsLinesInsteadOfAReplyFailsTheExchangeInTime)
+{
+    open();
+    // The board answers "S" with an endless stream (here at most 20 s): event
+    // lines pour in until too many are parked, unexpected lines trickle in
+    // until the exchange has taken too long.
+    const struct
+    {
+        const char* line;
+        int linesPerWrite, pauseMs;
+        bool byCount;
+    } streams[] = { { "estream", 10, 1, true }, { "Xnoise", 1, 2, false } };
+    for (auto& st : streams)
+    {
+        std::atomic<bool> asked { false }, stop { false };
+        peer->serve([&](const std::string& line) {
+            asked = asked || line == "S";
+            return line == "S" ? Lines {} : Lines { "OK" };
+        });
+        std::thread stream([&] {
+            waitUntil([&] { return asked || stop; }, 20000);
+            std::string burst;
+            for (int i = 0; i < st.linesPerWrite; ++i)
+                burst += std::string(st.line) + "\r\n";
+            const auto until = juce::Time::getMillisecondCounter() + 20000;
+            while (!stop && juce::Time::getMillisecondCounter() < until)
+            {
+                peer->write(burst);
+                juce::Thread::sleep(st.pauseMs);
+            }
+        });
+        log.clear();
+        EXPECT_FALSE(board->sendCommand('S', -1, 0)) << st.line;
+        stop = true;
+        stream.join();
+
+        const juce::String start = "ControlBoard::sendCommand 'S' reply timeout: lines kept coming on "
+                                   + juce::String(peer->linkPath()) + " for ";
+        const auto lines = log.lines();
+        const auto found = std::find_if(lines.begin(), lines.end(), [&](auto& l) { return l.startsWith(start); });
+        ASSERT_NE(found, lines.end()) << st.line << ": " << lines[lines.size() - 1];
+        if (st.byCount)
+            EXPECT_TRUE(found->endsWith(" ms without a reply (2000 events parked)")) << *found;
+        else
+            EXPECT_GE(found->fromFirstOccurrenceOf(" for ", false, false).getIntValue(), 3000) << *found;
+        EXPECT_TRUE(board->sendCommand('A', -1, 0)) << "the board is still usable";
+        peer->stopServing();
+    }
+    EXPECT_TRUE(board->waitForEvents(2000)) << "parked lines are still delivered";
 }
 
 TEST_F(OpenBoard, ClosingReleasesThePortAndTheBoardCanBeFoundAgain)

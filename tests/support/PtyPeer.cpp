@@ -128,6 +128,18 @@ void PtyPeer::write(const std::string& bytes)
     }
 }
 
+void PtyPeer::writeIfRoom(const std::string& bytes)
+{
+    std::lock_guard<std::mutex> g(writeLock);
+    if (master < 0)
+        return;
+    // A blocking pty write waits until every byte fits.
+    const int flags = fcntl(master, F_GETFL);
+    fcntl(master, F_SETFL, flags | O_NONBLOCK);
+    juce::ignoreUnused(::write(master, bytes.data(), bytes.size()));
+    fcntl(master, F_SETFL, flags);
+}
+
 void PtyPeer::serve(Responder responder)
 {
     stopServing();

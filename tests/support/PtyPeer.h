@@ -47,6 +47,9 @@ public:
     bool readBytes(std::string& bytes, size_t n, int timeoutMs = 5000);
     /** Sends raw bytes. */
     void write(const std::string& bytes);
+    /** Sends what of `bytes` fits without waiting, for noise that must not
+        block when nobody reads the port any more. */
+    void writeIfRoom(const std::string& bytes);
     /** Sends a line the way a board does, ending in "\r\n". */
     void writeLine(const std::string& line) { write(line + "\r\n"); }
 

@@ -65,14 +65,11 @@ public:
     int getBaudRate() const override { return baudRate; }
     bool isUsb() const override { return usbPort; }
     void eventReceived(const juce::String& line) override;
-    int idlePauseMs() const override
-    {
-        const int stretched = pauseMs;
-        return stretched > 0 ? stretched : ControlBoard::idlePauseMs();
-    }
+    int idlePauseMs() const override { return pauseMs > 0 ? pauseMs : ControlBoard::idlePauseMs(); }
 
-    /** Stretches the event thread's idle pause, to see what ends it early. */
-    std::atomic<int> pauseMs { 0 };
+    /** Stretches the event thread's idle pause (set before the board opens),
+        to see what ends it early. */
+    int pauseMs = 0;
 
     /** Event lines delivered so far, in order. */
     juce::StringArray events() const;
