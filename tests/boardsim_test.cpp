@@ -181,7 +181,8 @@ TEST(BoardsimFaults, BadSettingsAreRefusedAndLeaveFaultsAlone)
     std::string error;
     ASSERT_TRUE(applyFaultSetting(f, "nack-every=3", error)) << error;
     for (const char* bad : {"nack-every=0", "nack-every=", "nack-every", "drop-every=x", "baud=0", "delay-ms=-1",
-                            "highbit-before=41", "highbit-before=A5A5", "junk-before", "bogus", "clear=1"}) {
+                            "highbit-before=41", "highbit-before=A5A5", "junk-before", "bogus", "clear=1",
+                            "random=7", "random=x:5", "random=7:101", "events=101", "babble=1"}) {
         error.clear();
         EXPECT_FALSE(applyFaultSetting(f, bad, error)) << bad;
         EXPECT_FALSE(error.empty()) << bad;

@@ -17,6 +17,11 @@ namespace {
 // the data is thrown away, as a UART with nobody listening would.
 constexpr auto kWriteTimeout = std::chrono::seconds(2);
 
+// The babble fault's line, and the time it takes on a 19200-baud wire at 11
+// bits a character.
+const std::string kBabbleLine = "babble\r\n";
+constexpr auto kBabbleLineTime = std::chrono::microseconds(8 * 11 * 1000000LL / 19200);
+
 int millisUntil(std::chrono::steady_clock::time_point due, std::chrono::steady_clock::time_point now)
 {
     if (due <= now)
@@ -28,10 +33,10 @@ int millisUntil(std::chrono::steady_clock::time_point due, std::chrono::steady_c
 
 } // namespace
 
-Board::Board(std::size_t index, BoardConfig config, std::string linkPath, bool log, bool verbose,
+Board::Board(std::size_t index, BoardConfig config, std::string linkPath, bool log, bool verbose, int faultLogFd,
              Output output, PersonalityFactory factory)
     : index_(index), config_(std::move(config)), linkPath_(std::move(linkPath)), log_(log),
-      verbose_(verbose), output_(std::move(output)), factory_(std::move(factory))
+      verbose_(verbose), faultLogFd_(faultLogFd), output_(std::move(output)), factory_(std::move(factory))
 {
 }
 
@@ -160,6 +165,8 @@ void Board::run()
             const int t = millisUntil(nextTick_, now);
             timeout = timeout < 0 ? t : std::min(timeout, t);
         }
+        if (faults_.babble)
+            timeout = std::min(timeout, millisUntil(nextBabble_, now));
         pollfd fds[2] = {{wakeFd_, POLLIN, 0}, {-1, POLLIN, 0}};
         const bool watchMaster = pty_.isOpen() && !masterBroken_;
         if (watchMaster)
@@ -193,7 +200,29 @@ void Board::run()
             adopt(r);
             transmit(render(r));
         }
+        if (faults_.babble && after >= nextBabble_) {
+            // Lines due while the thread was busy go out together, so the
+            // host never sees the gap it would take for the end of the chatter.
+            while (nextBabble_ <= after) {
+                babble();
+                nextBabble_ = std::max(nextBabble_, after - std::chrono::milliseconds(100)) + kBabbleLineTime;
+            }
+        }
     }
+}
+
+void Board::babble()
+{
+    if (!pty_.isOpen())
+        return;
+    // Never waits: a host that stops reading loses lines, as from a real UART.
+    if (babbleRest_.empty())
+        babbleRest_ = kBabbleLine;
+    const ssize_t n = ::write(pty_.master(), babbleRest_.data(), babbleRest_.size());
+    if (n > 0)
+        babbleRest_.erase(0, static_cast<std::size_t>(n));
+    else if (babbleRest_.size() == kBabbleLine.size())
+        babbleRest_.clear(); // not a byte of it went out: the line is simply lost
 }
 
 void Board::refreshTick(Clock::time_point now)
@@ -279,14 +308,15 @@ void Board::processInbox()
     while (!replyPending_ && !inbox_.empty() && pty_.isOpen()) {
         const std::string line = std::move(inbox_.front());
         inbox_.pop_front();
-        Replier r = respond(line);
+        unsigned delayMs = 0;
+        Replier r = respond(line, delayMs);
         adopt(r);
         std::string bytes = render(r);
         if (bytes.empty())
             continue;
-        if (faults_.delayMs > 0) {
+        if (delayMs > 0) {
             replyPending_ = true;
-            replyDue_ = Clock::now() + std::chrono::milliseconds(faults_.delayMs);
+            replyDue_ = Clock::now() + std::chrono::milliseconds(delayMs);
             pendingBytes_ = std::move(bytes);
         } else {
             transmit(bytes);
@@ -294,26 +324,36 @@ void Board::processInbox()
     }
 }
 
-Replier Board::respond(const std::string& line)
+Replier Board::respond(const std::string& line, unsigned& delayMs)
 {
     ++commandCount_;
+    delayMs = faults_.delayMs;
     Replier r;
-    const bool drop = faults_.dropEvery && commandCount_ % faults_.dropEvery == 0;
+    std::optional<RandomFault> chance;
+    std::uniform_int_distribution<unsigned> percent(0, 99), kind(0, kRandomFaultKinds - 1);
+    if (faults_.randomPercent && percent(faults_.rng) < faults_.randomPercent)
+        chance = static_cast<RandomFault>(kind(faults_.rng));
+    const bool drop = (faults_.dropEvery && commandCount_ % faults_.dropEvery == 0) || chance == RandomFault::Drop;
     const bool nackIdentify = !drop && line == "?" && faults_.nackIdentify > 0;
-    const bool nack = !drop && !nackIdentify && faults_.nackEvery && commandCount_ % faults_.nackEvery == 0;
+    const bool nack = !drop && !nackIdentify &&
+                      ((faults_.nackEvery && commandCount_ % faults_.nackEvery == 0) || chance == RandomFault::Nack);
+    std::string applied;
+    auto note = [&applied](const char* fault) { applied += (applied.empty() ? "" : "+") + std::string(fault); };
     if (drop) {
+        note("drop");
         if (verbose_)
             diag("dropping the reply to command " + std::to_string(commandCount_));
-        return r;
-    }
-    if (nackIdentify) {
+    } else if (nackIdentify) {
+        note("nack");
         --faults_.nackIdentify;
         if (verbose_)
             diag("refusing \"?\" (nack-identify)");
         r.refuse();
     } else if (nack) {
+        note("nack");
         if (verbose_)
-            diag("refusing command " + std::to_string(commandCount_) + " (nack-every)");
+            diag("refusing command " + std::to_string(commandCount_) +
+                 (chance == RandomFault::Nack ? " (random)" : " (nack-every)"));
         r.refuse();
     } else {
         personality_->handle(line, r);
@@ -323,15 +363,49 @@ Replier Board::respond(const std::string& line)
     }
 
     std::vector<Replier::Item> before;
-    if (faults_.highbitBefore)
-        before.push_back({Replier::Kind::Raw, std::string(1, static_cast<char>(*faults_.highbitBefore)) + "\r\n"});
-    if (faults_.junkBefore)
-        before.push_back({Replier::Kind::Event, *faults_.junkBefore});
+    if (!drop && (faults_.highbitBefore || chance == RandomFault::Highbit)) {
+        note("highbit");
+        const unsigned char byte = faults_.highbitBefore.value_or(0xA5);
+        before.push_back({Replier::Kind::Raw, std::string(1, static_cast<char>(byte)) + "\r\n"});
+    }
+    if (!drop && (faults_.junkBefore || chance == RandomFault::Junk)) {
+        note("junk");
+        before.push_back({Replier::Kind::Event, faults_.junkBefore.value_or(kRandomJunkLine)});
+    }
+    if (!drop && (delayMs > 0 || chance == RandomFault::Delay)) {
+        note("delay");
+        delayMs = std::max(delayMs, chance == RandomFault::Delay ? kRandomDelayMs : 0u);
+    }
+    auto& items = r.items();
     if (!before.empty()) {
-        auto& items = r.items();
         auto at = std::find_if(items.begin(), items.end(),
                                [](const Replier::Item& i) { return i.kind == Replier::Kind::Final; });
         items.insert(at, before.begin(), before.end());
+    }
+
+    // Both draws are made every time, so the faults of later commands do not
+    // depend on whether events are on.
+    std::string eventBefore = "-", eventAfter = "-";
+    if (faults_.eventPercent) {
+        const bool early = percent(faults_.rng) < faults_.eventPercent;
+        const bool late = percent(faults_.rng) < faults_.eventPercent;
+        if (early) {
+            eventBefore = std::to_string(++eventNumber_);
+            items.insert(items.begin(), {Replier::Kind::Event, "e" + eventBefore});
+        }
+        if (late) {
+            eventAfter = std::to_string(++eventNumber_);
+            items.push_back({Replier::Kind::Event, "e" + eventAfter});
+        }
+    }
+    if (faultLogFd_ >= 0) {
+        const std::string entry = std::to_string(index_) + " " + std::to_string(commandCount_) + " " +
+                                  (applied.empty() ? "none" : applied) + " " + eventBefore + " " + eventAfter + " " +
+                                  escapeLine(line) + "\n";
+        // One write per entry: boards share the file, and a reader may be
+        // following it while it grows.
+        if (::write(faultLogFd_, entry.data(), entry.size()) != static_cast<ssize_t>(entry.size()))
+            diag(std::string("writing the fault log: ") + std::strerror(errno));
     }
     return r;
 }
@@ -355,6 +429,12 @@ void Board::transmit(const std::string& bytes)
 {
     if (bytes.empty() || !pty_.isOpen())
         return;
+    if (!babbleRest_.empty()) {
+        // Finish the babble line first, or the two would run together.
+        const std::string rest = std::move(babbleRest_);
+        babbleRest_.clear();
+        writeAll(rest.data(), rest.size());
+    }
     if (verbose_)
         diag("tx " + escapeLine(bytes));
     if (!faults_.baud) {
@@ -416,6 +496,7 @@ bool Board::writeAll(const char* data, std::size_t size)
 void Board::resetWire()
 {
     reader_.reset();
+    babbleRest_.clear();
     inbox_.clear();
     replyPending_ = false;
     pendingBytes_.clear();

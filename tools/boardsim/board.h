@@ -25,7 +25,9 @@ public:
     // safe to call from any thread.
     using Output = std::function<void(const std::string&)>;
 
-    Board(std::size_t index, BoardConfig config, std::string linkPath, bool log, bool verbose,
+    // `faultLogFd`, when not -1, receives one line per command received
+    // (see --fault-log); the caller keeps it open while the board runs.
+    Board(std::size_t index, BoardConfig config, std::string linkPath, bool log, bool verbose, int faultLogFd,
           Output output, PersonalityFactory factory = makePersonality);
     ~Board();
     Board(const Board&) = delete;
@@ -63,10 +65,14 @@ private:
     std::size_t receiveBytes(const char* data, std::size_t size);
     void onLine(const std::string& line, bool cut);
     void processInbox();
-    Replier respond(const std::string& line);
+    // The reply to one command line, with the faults and numbered events it
+    // gets; `delayMs` is how long to hold it back.
+    Replier respond(const std::string& line, unsigned& delayMs);
     void adopt(Replier& replier);
     std::string render(const Replier& replier) const;
     void transmit(const std::string& bytes);
+    // One more line of the babble fault, if the host has room for it.
+    void babble();
     bool writeAll(const char* data, std::size_t size);
     void resetWire();
     void refreshTick(Clock::time_point now);
@@ -77,6 +83,7 @@ private:
     const std::string linkPath_;
     const bool log_;
     const bool verbose_;
+    const int faultLogFd_;
     const Output output_;
     const PersonalityFactory factory_;
 
@@ -96,6 +103,7 @@ private:
     LineReader reader_;
     std::deque<std::string> inbox_;
     unsigned long commandCount_ = 0;
+    unsigned long eventNumber_ = 0; // of the last numbered event; kept across unplugs
     bool replyPending_ = false;
     Clock::time_point replyDue_;
     std::string pendingBytes_;
@@ -105,6 +113,8 @@ private:
     Clock::time_point wireFree_;
     Clock::time_point rxWireFree_;
     bool masterBroken_ = false;
+    Clock::time_point nextBabble_;
+    std::string babbleRest_; // the part of a babble line the pty had no room for
 };
 
 } // namespace boardsim

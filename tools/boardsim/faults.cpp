@@ -10,7 +10,7 @@ namespace boardsim {
 bool Faults::any() const
 {
     return nackEvery || dropEvery || junkBefore || highbitBefore || delayMs || nackIdentify || baud ||
-           refuseWrites || corruptReads || stallReads;
+           refuseWrites || corruptReads || stallReads || randomPercent || eventPercent || babble;
 }
 
 static bool parseUnsigned(const std::string& text, unsigned long max, unsigned& value)
@@ -84,6 +84,20 @@ bool applyFaultSetting(Faults& faults, const std::string& setting, std::string& 
     } else if (key == "refuse-writes") {
         if (!number(1, 1000000, next.refuseWrites))
             return false;
+    } else if (key == "random") {
+        const auto colon = value.find(':');
+        unsigned seed = 0;
+        if (colon == std::string::npos || !parseUnsigned(value.substr(0, colon), 4294967295UL, seed) ||
+            !parseUnsigned(value.substr(colon + 1), 100, next.randomPercent)) {
+            error = "fault 'random' needs SEED:PERCENT, e.g. random=7:10";
+            return false;
+        }
+        next.rng.seed(seed);
+    } else if (key == "events") {
+        if (!number(0, 100, next.eventPercent))
+            return false;
+    } else if (key == "babble" && !hasValue) {
+        next.babble = true;
     } else if (key == "corrupt-read" || key == "stall-read") {
         unsigned& count = key == "corrupt-read" ? next.corruptReads : next.stallReads;
         if (!hasValue)
@@ -114,6 +128,17 @@ const char* faultSettingHelp()
            "                                      with a wrong checksum\n"
            "                  stall-read[=N]      bootloader: break the next N page reads (default 1)\n"
            "                                      off mid-page with a NUL, then say nothing more\n"
+           "                  random=SEED:PERCENT give about PERCENT% of the commands one fault,\n"
+           "                                      drawn from a generator seeded with SEED: NACK\n"
+           "                                      (not carried out), no reply (not carried out),\n"
+           "                                      the line JUNK before the reply, byte A5 and\n"
+           "                                      \"\\r\\n\" before the reply, or the reply 700 ms late;\n"
+           "                                      one SEED always picks the same commands and faults\n"
+           "                  events=PERCENT      before about PERCENT% of the replies send a\n"
+           "                                      numbered event e1, e2, ...; after about PERCENT%\n"
+           "                                      send another (same generator as random=)\n"
+           "                  babble              send the line \"babble\" back to back, paced at\n"
+           "                                      19200 baud, until 'clear'\n"
            "                  clear               remove the faults given before it\n"
            "                Every Nth counts all command lines the board has received since it\n"
            "                started. Where faults meet on one command, drop wins over\n"

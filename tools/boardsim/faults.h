@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <random>
 #include <string>
 
 namespace boardsim {
@@ -19,9 +20,23 @@ struct Faults {
     unsigned refuseWrites = 0; // page writes still to refuse with "N"
     unsigned corruptReads = 0; // page reads still to answer with a wrong checksum
     unsigned stallReads = 0;   // page reads still to break off mid-page
+    // random=SEED:PERCENT and events=PERCENT draw from `rng`, so one seed
+    // replays the same run command for command.
+    unsigned randomPercent = 0; // commands that get one fault from RandomFault
+    unsigned eventPercent = 0;  // chance of a numbered event before, and another after, a reply
+    std::mt19937 rng;
+    bool babble = false;        // send event lines back to back, without end
 
     bool any() const;
 };
+
+// The faults random=SEED:PERCENT picks from, equally likely.
+enum class RandomFault { Nack, Drop, Junk, Highbit, Delay };
+constexpr unsigned kRandomFaultKinds = 5;
+// Past the product's 500 ms wait for a character.
+constexpr unsigned kRandomDelayMs = 700;
+// The line the junk fault sends: upper-case, yet neither "OK", "N" nor a response.
+constexpr const char* kRandomJunkLine = "JUNK";
 
 // Applies one FAULT ("nack-every=3", "highbit-before", "clear", ...) to
 // `faults`. On error `faults` is unchanged and `error` says why.

@@ -64,6 +64,9 @@ bool parseOptions(const std::vector<std::string>& args, Options& options, std::s
             out.log = true;
         } else if (arg == "--verbose") {
             out.verbose = true;
+        } else if (arg == "--fault-log") {
+            if (!value(out.faultLog))
+                return false;
         } else if (arg == "--dir") {
             if (!value(out.dir))
                 return false;
@@ -166,7 +169,7 @@ std::string usageText()
     for (char c : knownBoardLetters())
         letters += std::string("                  ") + c + "  " + identityForLetter(c) + "\n";
     return std::string(
-               "Usage: boardsim --dir DIR [--log] [--verbose]\n"
+               "Usage: boardsim --dir DIR [--log] [--verbose] [--fault-log FILE]\n"
                "                --board LETTER [--id N] [--version TEXT] [--name NAME] [--bootloader]\n"
                "                [--fault FAULT]...\n"
                "                [--board ...]...\n"
@@ -180,7 +183,16 @@ std::string usageText()
                "                  (B is the board index; control characters, bytes >= 0x80 and\n"
                "                  '\\' are written as \\xHH)\n"
                "  --verbose       report what the boards send and the faults applied on stderr\n"
-               "  --board LETTER  board type:\n") +
+               "  --fault-log FILE\n"
+           "                  write one line per command line a board receives, as\n"
+           "                  'B SEQ FAULT BEFORE AFTER LINE': B the board index, SEQ the\n"
+           "                  command's number on that board (from 1, discovery requests\n"
+           "                  included), FAULT what was done to it (none, nack, drop, junk,\n"
+           "                  highbit, delay, joined by '+' where several met), BEFORE and\n"
+           "                  AFTER the numbers N of the events eN sent before and after its\n"
+           "                  reply (events=) or '-', LINE the command as --log writes it.\n"
+           "                  The line is written before the reply is sent. FILE is replaced.\n"
+           "  --board LETTER  board type:\n") +
            letters +
            "  --id N          board id, one digit, answered to \"@\" (default 0)\n"
            "  --version TEXT  firmware version answered to \"?\" (default V1.00)\n"

@@ -19,6 +19,7 @@ struct Options {
     std::string dir;
     bool log = false;     // report received command lines on stdout
     bool verbose = false; // report what is sent and the faults applied on stderr
+    std::string faultLog; // file for one line per command received; empty for none
     bool help = false;
     std::vector<BoardConfig> boards;
 };

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <iterator>
 #include <cstring>
+#include <fcntl.h>
 #include <iostream>
 #include <poll.h>
 #include <unistd.h>
@@ -27,11 +28,18 @@ void Simulator::emit(const std::string& line)
 
 bool Simulator::start(std::string& error)
 {
+    if (!options_.faultLog.empty() && faultLogFd_ < 0) {
+        faultLogFd_ = ::open(options_.faultLog.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+        if (faultLogFd_ < 0) {
+            error = "--fault-log " + options_.faultLog + ": " + std::strerror(errno);
+            return false;
+        }
+    }
     for (std::size_t i = 0; i < options_.boards.size(); ++i) {
         const BoardConfig& config = options_.boards[i];
         const std::string link = options_.dir + "/tty.usbserial-" + config.name;
         auto board = std::make_unique<Board>(i, config, link, options_.log, options_.verbose,
-                                             [this](const std::string& line) { emit(line); }, factory_);
+                                             faultLogFd_, [this](const std::string& line) { emit(line); }, factory_);
         if (!board->start(error)) {
             error = "board " + std::to_string(i) + " (" + config.name + "): " + error;
             board->stop();
@@ -48,6 +56,10 @@ void Simulator::stop()
     for (auto& board : boards_)
         board->stop();
     boards_.clear();
+    if (faultLogFd_ >= 0) {
+        ::close(faultLogFd_);
+        faultLogFd_ = -1;
+    }
 }
 
 Board* Simulator::findBoard(const std::string& token)

@@ -48,6 +48,7 @@ private:
     std::mutex outputMutex_;
     std::vector<std::unique_ptr<Board>> boards_;
     bool quit_ = false;
+    int faultLogFd_ = -1;
 };
 
 // Prints "ready", then serves control lines from `controlFd` until "quit",
