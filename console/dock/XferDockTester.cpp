@@ -161,7 +161,9 @@ bool XferDockTester::handleKey(int key)
 
 XferDockTester::EepromCheck XferDockTester::eepromTest(int address, int count)
 {
-    if (count < 0)
+    // Refused before the buffers take their size from it: a typed count can
+    // ask for gigabytes, and the dock refuses such a span anyway.
+    if (count < 0 || !XferDock::eepromSpanAddressable(address, count))
         return EepromCheck::failed;
     // The dock's last write chunk may carry up to a chunk's worth of bytes
     // past the count; they come from zeroed padding, not from beyond the buffer.

@@ -32,7 +32,10 @@ bool TbtCd2Board::setFanSpeed(int speed)
 
 bool TbtCd2Board::resetPort(int port)
 {
-    // The port travels as one character after '0', not as a hex digit.
+    // The port travels as one character after '0', not as a hex digit; only
+    // a one-digit port has such a character.
+    if (port < 0 || port > 9)
+        return false;
     const char text[] = { 'R', (char) ('0' + port), 0 };
     return sendCommand('*', text);
 }

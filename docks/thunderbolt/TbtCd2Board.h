@@ -26,6 +26,7 @@ public:
     /** Colours 0..3 (clamped) and flash; this dock's LED shows no disk activity. */
     bool setDiskpackLed(int red, int green, int blue, bool flash);
     bool setFanSpeed(int speed);
+    /** Refuses a port of more than one decimal digit. */
     bool resetPort(int port);
 
 private:

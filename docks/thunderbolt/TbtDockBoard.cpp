@@ -141,7 +141,7 @@ bool TbtDockBoard::setDiskpackPower(bool on)
 
 bool TbtDockBoard::readDiskpackEeprom(int address, int count, unsigned char* data)
 {
-    if (count > maxEepromTransfer)
+    if (count < 0 || count > maxEepromTransfer)
         return false;
     // "0", three digits of address, two of count: six digits in all.
     const int value = ((address & 0xFFF) << 8) | (count & 0xFF);

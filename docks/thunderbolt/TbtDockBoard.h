@@ -75,8 +75,8 @@ public:
     bool getOperatingHours(int& hours);
     bool getMinMaxTemperatures(int zone, int& minDegrees, int& maxDegrees);
     bool setDiskpackPower(bool on);
-    /** Refuses a count above 32. The dock always answers with 32 bytes, which
-        land in `data` whatever the count: it must hold 32. */
+    /** Refuses a count above 32 (or below 0). The dock always answers with
+        32 bytes, which land in `data` whatever the count: it must hold 32. */
     bool readDiskpackEeprom(int address, int count, unsigned char* data);
     /** Refuses a count above 32 (or below 0). */
     bool writeDiskpackEeprom(int address, int count, unsigned char* data);

@@ -215,11 +215,16 @@ bool XferDock::getDiskpackTemp(int& degrees)
 
 bool XferDock::writeDiskpackEeprom(int address, int count, const unsigned char* data)
 {
-    // Reported, then written all the same: the dock's own checks decide.
-    if (count < 0 || address + count > eepromSize)
+    // Reported, then written all the same: the dock's own checks decide. Not
+    // so a span the block cannot address: its address would wrap onto other
+    // bytes (and the arithmetic below overflow), so it is refused.
+    const bool addressable = eepromSpanAddressable(address, count);
+    if (count < 0 || !addressable || address + count > eepromSize)
         logLine("Invalid params");
     if (count < 1)
         return true;
+    if (!addressable)
+        return false;
 
     int chunk = std::min(count, eepromWriteChunk);
     int remaining = count;
@@ -252,6 +257,8 @@ bool XferDock::writeDiskpackEeprom(int address, int count, const unsigned char* 
 
 bool XferDock::readDiskpackEeprom(int address, int count, unsigned char* data)
 {
+    if (!eepromSpanAddressable(address, count))
+        return false;
     int remaining = count;
     while (remaining > 0)
     {

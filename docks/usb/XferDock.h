@@ -15,6 +15,16 @@ public:
     static constexpr int eepromSize = 512;
     static constexpr int eepromPageSize = 32;
     static constexpr int eepromWriteChunk = 11;
+    /** The command block carries an EEPROM address in two bytes. */
+    static constexpr int eepromAddressSpace = 0x10000;
+
+    /** True when each of the `count` bytes from `address` on has an address
+        the command block can carry; a span of no bytes always has. Safe for
+        any ints. */
+    static bool eepromSpanAddressable(int address, int count) noexcept
+    {
+        return count < 1 || (address >= 0 && count <= eepromAddressSpace - address);
+    }
 
     explicit XferDock(std::shared_ptr<DockPlatform> platform, int statusPeriodMs = StatusPoller::defaultPeriodMs);
     ~XferDock() override;
@@ -32,7 +42,10 @@ public:
     bool getDiskpackWriteProtect(bool& writeProtected);
     bool setDiskpackWriteProtect(bool protect);
     bool getDiskpackTemp(int& degrees);
+    /** A span past byte 512 is reported and written all the same; one the
+        command block cannot address is reported and refused. */
     bool writeDiskpackEeprom(int address, int count, const unsigned char* data);
+    /** Refuses a span the command block cannot address. */
     bool readDiskpackEeprom(int address, int count, unsigned char* data);
     bool getDiskpackId(int& id);
     bool getDiskSerialNumber(int index, juce::String& serial);

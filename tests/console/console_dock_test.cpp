@@ -2,11 +2,15 @@
 // emulated by docksim, with the emulator's log of every command it received.
 #include "console/ConsoleSession.h"
 #include "console/dock/DockConsole.h"
+#include "docks/thunderbolt/TbtCd2Board.h"
+#include "docks/usb/XferDock.h"
 #include "support/SimProcess.h"
 
 #include <juce_core/juce_core.h>
 
+#include <climits>
 #include <cstdlib>
+#include <functional>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -580,5 +584,65 @@ TEST_F(DockConsoleTest, ReadingsAndFaultsDecideTheirSteps)
         if (c.key == '!' && c.letter != "s")
             answerFirstTwo();
         EXPECT_TRUE(console->waitFor(c.printed));
+    }
+}
+
+//==============================================================================
+// Numbers out of all reason, called on the dock classes (which must be safe
+// for any int) and typed at the console (which clamps them to an int): each
+// is refused before any arithmetic on it and before anything is sent.
+TEST_F(DockConsoleTest, ExtremeNumbersAreRefusedBeforeTheyReachTheDock)
+{
+    // Under ASan a console that sizes its buffers by a typed count crashes
+    // rather than taking gigabytes.
+    struct Restore
+    {
+        std::string options;
+        ~Restore() { setenv("ASAN_OPTIONS", options.c_str(), 1); }
+    } restore { getenv("ASAN_OPTIONS") != nullptr ? getenv("ASAN_OPTIONS") : "" };
+    setenv("ASAN_OPTIONS", (restore.options + ":max_allocation_size_mb=64").c_str(), 1);
+
+    unsigned char buffer[64] = {};
+    using Call = std::function<bool(HardwareBoard&)>;
+    const auto usb = [](HardwareBoard& b) -> XferDock& { return static_cast<XferDock&>(b); };
+    const std::string eeprom = "Write diskpack EEPROM (addr, numBytes): ", port = "Reset Port (0-3): ";
+    const struct
+    {
+        std::string letter;
+        std::function<std::unique_ptr<HardwareBoard>()> make;
+        std::vector<Call> calls;
+        std::vector<DockKeyCase> typed;
+    } docks[] = {
+        { "s", [] { return std::make_unique<XferDock>(DockPlatform::create()); },
+          { [&](HardwareBoard& b) { return usb(b).writeDiskpackEeprom(INT_MAX - 4, 20, buffer); },
+            [&](HardwareBoard& b) { return usb(b).writeDiskpackEeprom(INT_MIN, 5, buffer); },
+            [&](HardwareBoard& b) { return usb(b).writeDiskpackEeprom(0, INT_MAX, buffer); },
+            [&](HardwareBoard& b) { return usb(b).readDiskpackEeprom(INT_MAX - 4, 20, buffer); },
+            [&](HardwareBoard& b) { return usb(b).readDiskpackEeprom(INT_MIN, 5, buffer); },
+            [&](HardwareBoard& b) { return usb(b).readDiskpackEeprom(0xFFF0, INT_MAX, buffer); } },
+          { { 'w', { { eeprom, "2147483647 2" } }, {}, "Failed\n" },
+            { 'w', { { eeprom, "-99999999999 5" } }, {}, "Failed\n" },
+            { 'w', { { eeprom, "0 99999999999" } }, {}, "Failed\n" } } },
+        { "n", [] { return std::make_unique<TbtCd2Board>(DockPlatform::create()); },
+          { [&](HardwareBoard& b) { return static_cast<TbtCd2Board&>(b).readDiskpackEeprom(0, INT_MIN, buffer); } },
+          { { 'R', { { port, "99999999999" } }, {}, "Failed\n" }, { 'R', { { port, "-2147483648" } }, {}, "Failed\n" } } },
+    };
+    for (const auto& d : docks)
+    {
+        SCOPED_TRACE(d.letter);
+        startSim(d.letter);
+        auto board = d.make();
+        ASSERT_TRUE(board->findAndOpen(0));
+        commandsSeen = commands().size();
+        for (size_t i = 0; i < d.calls.size(); ++i)
+        {
+            EXPECT_FALSE(d.calls[i](*board)) << "call " << i;
+            EXPECT_EQ(newCommands(0), std::vector<std::string>()) << "call " << i;
+        }
+        board.reset();
+        ASSERT_NO_FATAL_FAILURE(startConsole({ d.letter, "0" }));
+        runKeys(d.typed);
+        console.reset();
+        sim.reset();
     }
 }
