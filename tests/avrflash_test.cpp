@@ -12,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/wait.h>
 #include <vector>
 
 namespace
@@ -380,30 +379,6 @@ TEST(InBootloader, TheVersionIsWhatFollowsTheBootloaderIdentity)
 }
 
 //==============================================================================
-namespace
-{
-struct ToolRun
-{
-    int status = -1;
-    std::string output;
-};
-
-ToolRun runAvrflash(const std::string& args)
-{
-    ToolRun run;
-    FILE* p = popen((std::string(AVRTEST_BIN_DIR) + "/avrflash " + args + " 2>&1").c_str(), "r");
-    if (p == nullptr)
-        return run;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
-        run.output.append(buf, n);
-    const int status = pclose(p);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
-}
-}
-
 TEST(AvrflashRun, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
 {
     const struct
@@ -434,7 +409,8 @@ TEST(AvrflashRun, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
         simArgs.insert(simArgs.begin(), "--log");
         SimProcess sim(dev.path(), simArgs);
         ASSERT_TRUE(sim.isReady());
-        const auto run = runAvrflash(c.args + " " + image.getFullPathName().toStdString());
+        const auto run = runProgram(std::string(AVRTEST_BIN_DIR) + "/avrflash " + c.args + " "
+                                    + image.getFullPathName().toStdString());
         EXPECT_EQ(c.status, run.status) << run.output;
         EXPECT_NE(std::string::npos, run.output.find(c.said)) << run.output;
         // A control round trip: every line received before it has been logged.

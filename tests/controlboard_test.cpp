@@ -110,29 +110,6 @@ TEST_F(Link, DiscoverySkipsSilentRefusingAndForeignPortsAndHonoursTheId)
     EXPECT_EQ(count(ours, "?"), asked) << "a port held by this process is not probed";
 }
 
-TEST_F(Link, APortThatNeverFallsSilentIsPassedOverNotWaitedFor)
-{
-    auto& chatty = addPeer("ttyUSB0");
-    auto& ours = addPeer("ttyUSB1");
-    ours.serve(boardAnswers("Test board V1.1", 0));
-    std::atomic<bool> stop { false };
-    std::thread noise([&] {
-        const auto until = juce::Time::getMillisecondCounter() + 20000;
-        while (!stop && juce::Time::getMillisecondCounter() < until)
-        {
-            chatty.writeIfRoom(std::string(512, 'z'));
-            juce::Thread::sleep(1);
-        }
-    });
-    TestBoard board;
-    EXPECT_TRUE(board.findAndOpen(-1));
-    stop = true;
-    noise.join();
-    EXPECT_TRUE(ControlBoard::isPortOpen(1));
-    const juce::String gaveUp = "ComPort::set(" + juce::String(chatty.linkPath()) + ") gave up";
-    EXPECT_TRUE(log.lines().joinIntoString("\n").contains(gaveUp)) << log.lines().joinIntoString("|");
-}
-
 TEST_F(Link, TheRefusalIsExaminedAsAnIdentity)
 {
     auto& p = addPeer("ttyUSB0");

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <functional>
 #include <future>
 #include <termios.h>
 #include <unistd.h>
@@ -468,20 +467,18 @@ TEST(FirmwareClose, ARestartingBoardIsClosedWithoutItsClosingCommand)
         return { line == "?" ? "Test board V1.0" : line == "@" ? "R0" : "OK" };
     });
     CommitsOnClose board;
-    const std::pair<std::function<void()>, std::vector<std::string>> closings[] = {
-        { [&] { board.closeBoardWithoutClosingCommand(); }, { "?", "@" } },
-        // Only that one close goes without: the next takes its command again.
-        { [&] { board.closeBoard(false); }, { "?", "@", "W" } },
-    };
-    std::vector<std::string> expected;
-    for (auto& [close, lines] : closings)
+    // Only that one close goes without: the next takes its command again.
+    for (const bool restarting : { true, false })
     {
         flipSpeed(peer.linkPath());
         ASSERT_TRUE(board.findAndOpen(-1));
-        close();
+        if (restarting)
+            board.closeBoardWithoutClosingCommand();
+        else
+            board.closeBoard(false);
         EXPECT_FALSE(board.boardIsOpen());
-        expected.insert(expected.end(), lines.begin(), lines.end());
     }
+    const std::vector<std::string> expected { "?", "@", "?", "@", "W" };
     ASSERT_TRUE(peer.waitForReceived(expected.size()));
     EXPECT_EQ(expected, peer.received());
 }

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <functional>
 #include <unistd.h>
 
 TEST(ConsoleArguments, BoardLettersAndTheirFallbacks)
@@ -296,39 +297,36 @@ private:
     FILE* out = std::tmpfile();
 };
 
-/** A serial board's menu over a recording board, and its keys that read
-    numbers: each key is followed by how many numbers each of its answer
-    lines holds ("G11": two prompts of one number; "S10": a number, then a
-    line of text left empty). */
-struct NumericMenu
-{
-    const char* name;
-    const BoardMenu& menu;
-    std::unique_ptr<HardwareBoard> (*make)();
-    juce::StringArray (*sent)(HardwareBoard&);
-    const char* keys;
-};
-
-template <class Board>
-NumericMenu numericMenu(const char* name, const BoardMenu& menu, const char* keys)
-{
-    return { name, menu, []() -> std::unique_ptr<HardwareBoard> { return std::make_unique<Scripted<Board>>(); },
-             [](HardwareBoard& board) { return static_cast<Scripted<Board>&>(board).sent; }, keys };
-}
-
 struct KeyRun
 {
     juce::StringArray sent;
     std::string printed;
 };
 
-KeyRun pressKey(const NumericMenu& m, char key, const std::string& typed)
+/** A serial board's menu, a press of one of its keys in a fresh session over
+    a recording board with `typed` as the answers, and its keys that read
+    numbers: each key is followed by how many numbers each of its answer
+    lines holds ("G11": two prompts of one number; "S10": a number, then a
+    line of text left empty). */
+struct NumericMenu
 {
-    auto board = m.make();
-    auto session = m.menu.startSession(*board);
-    TypedAnswers io(typed);
-    EXPECT_TRUE(session->handleKey(key)) << m.name << " " << key;
-    return { m.sent(*board), io.printed() };
+    const char* name;
+    std::function<KeyRun(char key, const std::string& typed)> press;
+    const char* keys;
+};
+
+template <class Board>
+NumericMenu numericMenu(const char* name, const BoardMenu& menu, const char* keys)
+{
+    return { name,
+             [name, &menu](char key, const std::string& typed) {
+                 Scripted<Board> board;
+                 auto session = menu.startSession(board);
+                 TypedAnswers io(typed);
+                 EXPECT_TRUE(session->handleKey(key)) << name << " " << key;
+                 return KeyRun { board.sent, io.printed() };
+             },
+             keys };
 }
 
 /** The answer lines of a key with `extreme` as its number `at` and 1 for the others. */
@@ -376,10 +374,10 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
             for (int at = 0; at < fields; ++at)
             {
                 SCOPED_TRACE(std::string(m.name) + " " + key + " number " + std::to_string(at));
-                const auto reference = pressKey(m, key, answers(lines, (size_t) at, "1"));
-                const auto largest = pressKey(m, key, answers(lines, (size_t) at, "2147483647"));
+                const auto reference = m.press(key, answers(lines, (size_t) at, "1"));
+                const auto largest = m.press(key, answers(lines, (size_t) at, "2147483647"));
                 // Checked by the sanitizers: nothing to compare it with.
-                pressKey(m, key, answers(lines, (size_t) at, "-2147483648"));
+                m.press(key, answers(lines, (size_t) at, "-2147483648"));
                 // A packed argument that wrapped went out negative, and so
                 // without its digits: either refused, or sent as usual.
                 if (!largest.sent.isEmpty())
@@ -391,8 +389,8 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
                 }
                 for (auto& [typed, nearest] : sameAs)
                 {
-                    const auto beyond = pressKey(m, key, answers(lines, (size_t) at, typed));
-                    const auto within = pressKey(m, key, answers(lines, (size_t) at, nearest));
+                    const auto beyond = m.press(key, answers(lines, (size_t) at, typed));
+                    const auto within = m.press(key, answers(lines, (size_t) at, nearest));
                     EXPECT_EQ(within.sent, beyond.sent) << typed;
                     EXPECT_EQ(within.printed, beyond.printed) << typed;
                 }
@@ -422,7 +420,7 @@ TEST(ConsoleAnswers, TypedTextReachesTheBoardAsItsBytes)
     for (auto& c : cases)
     {
         std::vector<std::string> sent;
-        for (auto& line : pressKey(c.menu, c.key, c.typed).sent)
+        for (auto& line : c.menu.press(c.key, c.typed).sent)
             sent.emplace_back(line.toRawUTF8());
         EXPECT_EQ(c.sent, sent) << c.typed;
     }
