@@ -62,9 +62,6 @@ const BoardKind boardKinds[] = {
     { 'x', "transfer station", 2, makeBoard<TransferBoard>, transferMenu },
 };
 
-// Only a safety net: nothing the user does waits for it.
-constexpr int keyWaitBackstopMs = 1000;
-
 void keystrokeLoop(const BoardKind& kind, BoardSession& session)
 {
     while (stopFlag == 0)

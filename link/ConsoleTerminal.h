@@ -8,6 +8,9 @@ bool kbhit();
     whichever thread the signal arrived, so a caller sees its stop flag
     without polling for it. */
 bool waitForKey(int timeoutMs);
+/** The limit the keystroke loops give waitForKey: only a safety net, since a
+    key or Ctrl-C ends the wait at once and nothing the user does waits for it. */
+constexpr int keyWaitBackstopMs = 1000;
 int getch();
 void resetTTY();
 void setupTTY(bool singleKey);

@@ -52,9 +52,8 @@ void DockTester::runMenu()
     while (!done && dockStopFlag == 0)
     {
         // A key or Ctrl-C ends the wait at once (the stop flag changes nowhere
-        // else), so the loop need not wake to look at the flag; the limit is
-        // only a safety net.
-        if (!waitForKey(1000))
+        // else), so the loop need not wake to look at the flag.
+        if (!waitForKey(keyWaitBackstopMs))
             continue;
         const int key = getch();
         // Prompts and their answers run in the terminal's line mode.
