@@ -17,62 +17,35 @@ TEST_F(Diskpack, SettersPutTheirArgumentOnTheWire)
     EXPECT_TRUE(board.prepareClosedown());
     EXPECT_TRUE(board.resetEeprom());
     EXPECT_TRUE(board.setNumTextPages(23));
+    // Brightness spreads over drive 144..200; a negative level is not clamped, and below zero sends no digits.
+    for (int level : { 0, 7, 15, 16, 99, -1, -40, INT_MIN })
+        board.setDisplayBrightness(level);
 
-    const juce::StringArray expected { "L72", "LFF", "A1", "X0", "S1", "T0", "C", "Z", "Q17" };
+    const juce::StringArray expected { "L72", "LFF", "A1", "X0", "S1", "T0", "C",   "Z",  "Q17",
+                                       "B90", "BAA", "BC8", "BC8", "BC8", "B8D", "B", "B" };
     EXPECT_EQ(board.sent, expected);
-    for (bool e : board.expected)
-        EXPECT_FALSE(e);
+    EXPECT_FALSE(board.expected.contains(true));
 }
 
-TEST_F(Diskpack, DisplayBrightnessScalesIntoTheDriveRange)
+TEST_F(Diskpack, TextPagesSelectThePageFirstAndLimitsSendNothing)
 {
-    board.setDisplayBrightness(0);
-    board.setDisplayBrightness(7);
-    board.setDisplayBrightness(15);
-    board.setDisplayBrightness(16);
-    board.setDisplayBrightness(99);
-    board.setDisplayBrightness(-1); // not clamped: 144 - 56/15 truncated toward zero
-    board.setDisplayBrightness(-40); // below zero: no digits
-    board.setDisplayBrightness(INT_MIN);
-    EXPECT_EQ(board.sent, (juce::StringArray { "B90", "BAA", "BC8", "BC8", "BC8", "B8D", "B", "B" }));
-}
-
-TEST_F(Diskpack, TextLimitsRefuseWithoutSending)
-{
-    const std::string forty(40, 'x'), fortyOne(41, 'x');
-
+    const std::string forty(40, 'y'), fortyOne(41, 'x');
+    juce::String text;
     EXPECT_TRUE(board.setDisplayText(forty.c_str()));
-    EXPECT_EQ(board.lastSent(), juce::String("D") + forty);
+    EXPECT_TRUE(board.writeText(23, forty.c_str()));
+    board.willReply("OK");
+    board.willReply("RHello page");
+    EXPECT_TRUE(board.readText(0, text));
+    EXPECT_EQ(text, "Hello page");
+    EXPECT_EQ(board.sent, (juce::StringArray { "D" + forty, "P17", "W" + forty, "P00", "R" }));
+    EXPECT_TRUE(board.expected[4]);
     board.clearSent();
 
     EXPECT_FALSE(board.setDisplayText(fortyOne.c_str()));
     EXPECT_FALSE(board.writeText(3, fortyOne.c_str()));
-    EXPECT_FALSE(board.writeText(24, "a"));
-    EXPECT_FALSE(board.writeText(-1, "a"));
-    juce::String text;
-    EXPECT_FALSE(board.readText(24, text));
-    EXPECT_FALSE(board.readText(-1, text));
-    EXPECT_FALSE(board.setNumTextPages(24));
-    EXPECT_FALSE(board.setNumTextPages(-1));
+    for (int page : { 24, -1 })
+        EXPECT_FALSE(board.writeText(page, "a") || board.readText(page, text) || board.setNumTextPages(page)) << page;
     EXPECT_TRUE(board.sent.isEmpty()) << board.sent.joinIntoString("|");
-    EXPECT_TRUE(log.lines().isEmpty());
-}
-
-TEST_F(Diskpack, TextPagesSelectThePageFirst)
-{
-    const std::string forty(40, 'y');
-    EXPECT_TRUE(board.writeText(23, forty.c_str()));
-    EXPECT_EQ(board.sent, (juce::StringArray { "P17", juce::String("W") + forty }));
-    board.clearSent();
-
-    board.willReply("OK");
-    board.willReply("RHello page");
-    juce::String text;
-    EXPECT_TRUE(board.readText(0, text));
-    EXPECT_EQ(board.sent, (juce::StringArray { "P00", "R" }));
-    EXPECT_EQ(text, "Hello page");
-    EXPECT_TRUE(board.expected[1]);
-    board.clearSent();
 
     // A failed page select must not write over whatever page is selected now.
     board.willFail();
@@ -93,36 +66,28 @@ TEST_F(Diskpack, RepliesAreDecoded)
     EXPECT_EQ(replied(board, "R5000C50012345678", &DiskpackBoard::getSasAddr, 1), "5000C50012345678");
     EXPECT_EQ(board.lastSent(), "E1");
     EXPECT_EQ(replied(board, "R{guid-text}", &DiskpackBoard::getGuid), "{guid-text}");
-}
 
-TEST_F(Diskpack, FlagRepliesAboveOneAreFailures)
-{
+    // Yes/no replies above one are failures, and every failure leaves the result alone.
     bool on = true;
+    int a = 11, b = 22;
+    board.clearSent();
     board.willReply("R2");
     EXPECT_FALSE(board.getWriteProtect(on));
-    EXPECT_TRUE(on) << "left untouched";
+    EXPECT_TRUE(on);
     board.willReply("R0");
     EXPECT_TRUE(board.getWriteProtect(on));
     EXPECT_FALSE(on);
-    board.willReply("R1");
-    EXPECT_TRUE(board.getParallelScsiType(on));
-    EXPECT_TRUE(on);
+    EXPECT_TRUE(replied(board, "R1", &DiskpackBoard::getParallelScsiType));
     board.willReply("RF");
     EXPECT_FALSE(board.getParallelScsiType(on));
     board.willFail();
     EXPECT_FALSE(board.getWriteProtect(on));
-    EXPECT_EQ(board.sent, (juce::StringArray { "Y", "Y", "I", "I", "Y" }));
-}
-
-TEST_F(Diskpack, TransportFailuresLeaveResultsAlone)
-{
-    int a = 11, b = 22;
     board.willFail();
     EXPECT_FALSE(board.getBatteryVoltage(a));
     board.willReply("R123"); // three digits where four are due
     EXPECT_FALSE(board.getMinMaxTemperatures(a, b));
-    EXPECT_EQ(a, 11);
-    EXPECT_EQ(b, 22);
+    EXPECT_EQ(std::make_pair(a, b), std::make_pair(11, 22));
+    EXPECT_EQ(board.sent, (juce::StringArray { "Y", "Y", "I", "I", "Y", "V", "M" }));
 }
 
 TEST_F(Diskpack, EventsReachListenersByMask)
@@ -132,8 +97,7 @@ TEST_F(Diskpack, EventsReachListenersByMask)
     board.registerListener(&buttonsOnly);
     board.registerListener(&nothing);
 
-    // Letters are case sensitive: "B1" is no button. A temperature of more
-    // digits than a byte still has only 256 taken off.
+    // Letters are case sensitive; a temperature wider than a byte still has only 256 taken off.
     feed(board, { "tF0", "bF0", "t19", "l1", "l0", "b", "x12", "B1", "t80000080" });
 
     EXPECT_EQ(all.calls(),

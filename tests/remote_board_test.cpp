@@ -1,7 +1,5 @@
 #include "support/BoardTestKit.h"
 
-#include <string>
-
 using namespace boardtest;
 using Remote = ScriptedBoardTest<Scripted<RemoteBoard>>;
 
@@ -18,30 +16,21 @@ TEST_F(Remote, SettersPutTheirArgumentOnTheWire)
 
     const unsigned char bytes[] = { 0x0A, 0xFF, 0x00 };
     EXPECT_TRUE(board.graphicsCommand(3, bytes));
-    EXPECT_EQ(board.sent,
-              (juce::StringArray { "C9", "CC", "RF", "F9B", "FC6", "P1", "Q0", "MStarting up", "G0AFF00" }));
-
     EXPECT_EQ(replied(board, "RA", &RemoteBoard::getContrast), 10);
     EXPECT_EQ(replied(board, "R3", &RemoteBoard::getRingBright), 3);
-    EXPECT_EQ(board.lastSent(), "I");
+    EXPECT_EQ(board.sent, (juce::StringArray { "C9", "CC", "RF", "F9B", "FC6", "P1", "Q0", "MStarting up",
+                                               "G0AFF00", "E", "I" }));
 }
 
-TEST_F(Remote, PollIsReadyOnlyOnZero)
+TEST_F(Remote, PollIsReadyOnlyOnZeroAndTwoGraphicsFailuresSilenceIt)
 {
-    board.willReply("R0");
-    EXPECT_TRUE(board.poll());
+    const unsigned char byte = 0x42;
     board.willReply("R1");
     EXPECT_FALSE(board.poll());
     board.willFail();
     EXPECT_FALSE(board.poll());
     board.willReply("R00"); // two digits where one is due
     EXPECT_FALSE(board.poll());
-    EXPECT_EQ(board.sent, (juce::StringArray { "@", "@", "@", "@" }));
-}
-
-TEST_F(Remote, TwoGraphicsFailuresSilencePoll)
-{
-    const unsigned char byte = 0x42;
     board.willFail();
     EXPECT_FALSE(board.graphicsCommand(1, &byte));
     board.willReply("R0");
@@ -50,41 +39,25 @@ TEST_F(Remote, TwoGraphicsFailuresSilencePoll)
     board.willFail();
     EXPECT_FALSE(board.graphicsCommand(1, &byte));
     EXPECT_EQ(board.getGraphicsFailureCount(), 2);
-    board.clearSent();
-
     EXPECT_FALSE(board.poll());
-    EXPECT_TRUE(board.sent.isEmpty());
+    EXPECT_EQ(board.sent, (juce::StringArray { "@", "@", "@", "G42", "@", "G42", "G42" }));
 }
 
-TEST_F(Remote, EventsAreDecodedPerKind)
+TEST_F(Remote, EventsAreDecodedAndFilteredByMask)
 {
-    RemoteHeard all;
+    RemoteHeard all, keys(RemoteBoardEventListener::keyEventBit | RemoteBoardEventListener::encoderEventBit),
+        touch(RemoteBoardEventListener::signalEventBit | RemoteBoardEventListener::referenceEventBit);
     board.registerListener(&all);
-
-    // In the last line the incomplete third group is dropped.
-    feed(board, { "k0102", "r7F", "eFF", "e05", "dBoot ok: v1", "q000100020003000400050006000700080009000A000B",
-                  "f00100020003" });
-
-    EXPECT_EQ(all.calls(), (Calls { "key 258", "rotor 127", "encoder -1", "encoder 5", "debug Boot ok: v1",
-                                  "sig 1 2 3 4 5 6 7 8 9 10", "ref 16 32 0 0 0 0 0 0 0 0" }));
-    EXPECT_TRUE(log.lines().isEmpty());
-}
-
-TEST_F(Remote, MasksAndUnknownLetters)
-{
-    RemoteHeard keys(RemoteBoardEventListener::keyEventBit | RemoteBoardEventListener::encoderEventBit);
-    RemoteHeard touch(RemoteBoardEventListener::signalEventBit | RemoteBoardEventListener::referenceEventBit);
     board.registerListener(&keys);
     board.registerListener(&touch);
 
-    feed(board, { "k1", "r2", "e3", "dx", "q0001", "f0002" });
-    EXPECT_EQ(keys.calls(), (Calls { "key 1", "encoder 3" }));
-    EXPECT_EQ(touch.calls(), (Calls { "sig 1 0 0 0 0 0 0 0 0 0", "ref 2 0 0 0 0 0 0 0 0 0" }));
+    // In the reference line the incomplete third group is dropped.
+    feed(board, { "k0102", "r7F", "eFF", "e05", "dBoot ok: v1", "q000100020003000400050006000700080009000A000B",
+                  "f00100020003", "g12" });
 
-    const std::string unknown = "ghijlmnop";
-    for (char c : unknown)
-        board.eventReceived(juce::String::charToString(c) + "12");
-    EXPECT_EQ(log.lines(), unknownEvents("RemoteBoardEventListener", unknown));
-    EXPECT_EQ(keys.calls().size(), 2u);
-    EXPECT_EQ(touch.calls().size(), 2u);
+    EXPECT_EQ(all.calls(), (Calls { "key 258", "rotor 127", "encoder -1", "encoder 5", "debug Boot ok: v1",
+                                  "sig 1 2 3 4 5 6 7 8 9 10", "ref 16 32 0 0 0 0 0 0 0 0" }));
+    EXPECT_EQ(keys.calls(), (Calls { "key 258", "encoder -1", "encoder 5" }));
+    EXPECT_EQ(touch.calls(), (Calls { "sig 1 2 3 4 5 6 7 8 9 10", "ref 16 32 0 0 0 0 0 0 0 0" }));
+    EXPECT_EQ(log.lines(), unknownEvents("RemoteBoardEventListener", "g"));
 }

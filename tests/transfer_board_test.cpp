@@ -3,37 +3,42 @@
 using namespace boardtest;
 using Transfer = ScriptedBoardTest<Scripted<TransferBoard>>;
 
-TEST_F(Transfer, FanSpeedClampsAndPwmIndexIsChecked)
+TEST_F(Transfer, SettersPutTheirArgumentOnTheWire)
 {
     EXPECT_TRUE(board.setFanSpeed(300));
     EXPECT_TRUE(board.setFanSpeed(-1));
-    EXPECT_FALSE(board.setFanPwmFreq(6));
-    EXPECT_FALSE(board.setFanPwmFreq(-1));
+    EXPECT_FALSE(board.setFanPwmFreq(6) || board.setFanPwmFreq(-1));
     EXPECT_TRUE(board.setFanPwmFreq(3));
     EXPECT_TRUE(board.setFanPwmFreq(0));
-    EXPECT_EQ(board.sent, (juce::StringArray { "FFF", "F00", "W3", "W0" }));
+    board.setDiskpackWriteProtect(true);
+    board.setDiskpackWriteProtect(false);
+    board.setInternalDisksWriteProtect(true);
+    board.setInternalDisksWriteProtect(false);
+    board.enableDiskpackTemperatureEvents(true);
+    EXPECT_TRUE(board.setSasAddr(1, ""));
+    EXPECT_TRUE(board.setSasAddr(2, "5000C50012345678"));
+    EXPECT_FALSE(board.setSasAddr(2, "5000C5001234567") || board.setSasAddr(2, "5000C500123456789"));
+    board.setDevicesFitted(2, true);
+    board.setDevicesFitted(4, false);
+    EXPECT_TRUE(board.resetEeprom());
+    EXPECT_EQ(board.sent, (juce::StringArray { "FFF", "F00", "W3", "W0", "X01", "X00", "X11", "X10", "P1", "S1",
+                                               "S25000C50012345678", "R12", "R04", "Z" }));
 }
 
-TEST_F(Transfer, LedStateIsSentOnlyOnChange)
+TEST_F(Transfer, LedStateIsSentOnlyOnChangeAndPowerAlwaysWhole)
 {
     EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
     EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
     EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedOn));
     EXPECT_TRUE(board.setDiskpackLed(7, diskpackLedOff)); // any LED other than 0 is LED 1
     EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedFlashFast));
-    EXPECT_EQ(board.sent, (juce::StringArray { "L8", "L9", "L1", "L3" }));
-}
+    // An out-of-range mode is passed on unmasked: state 0x17 keeps one digit, a negative one none.
+    EXPECT_TRUE(board.setDiskpackLed(1, (DiskpackLedMode) 5));
+    EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedOn));
+    EXPECT_TRUE(board.setDiskpackLed(0, (DiskpackLedMode) -1));
+    EXPECT_EQ(board.sent, (juce::StringArray { "L8", "L9", "L1", "L3", "L7", "L5", "L" }));
 
-TEST_F(Transfer, AnOutOfRangeLedModeIsPassedOnUnmasked)
-{
-    EXPECT_TRUE(board.setDiskpackLed(1, (DiskpackLedMode) 5)); // state 20: one digit keeps the 4
-    EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedOn));       // 21
-    EXPECT_TRUE(board.setDiskpackLed(0, (DiskpackLedMode) -1)); // negative: no digits
-    EXPECT_EQ(board.sent, (juce::StringArray { "L4", "L5", "L" }));
-}
-
-TEST_F(Transfer, PowerStateIsAlwaysSentWhole)
-{
+    board.clearSent();
     board.setDiskpackPower(true);
     board.setTapeDrivePower(true);
     board.setDiskpackPower(true);
@@ -43,45 +48,26 @@ TEST_F(Transfer, PowerStateIsAlwaysSentWhole)
     EXPECT_EQ(board.sent, (juce::StringArray { "D1", "D5", "D5", "D7", "D6", "D2" }));
 }
 
-TEST_F(Transfer, WriteProtectSelectsTheTarget)
+TEST_F(Transfer, RepliesAreDecoded)
 {
-    board.setDiskpackWriteProtect(true);
-    board.setDiskpackWriteProtect(false);
-    board.setInternalDisksWriteProtect(true);
-    board.setInternalDisksWriteProtect(false);
-    board.enableDiskpackTemperatureEvents(true);
-
     EXPECT_TRUE(replied(board, "R1", &TransferBoard::getDiskpackWriteProtect));
     bool wp = true;
     board.willReply("R0");
     EXPECT_TRUE(board.getInternalDisksWriteProtect(wp));
     EXPECT_FALSE(wp);
-    EXPECT_EQ(board.sent, (juce::StringArray { "X01", "X00", "X11", "X10", "P1", "Y0", "Y1" }));
-}
-
-TEST_F(Transfer, SasAddressIsEmptyOrSixteenCharacters)
-{
-    EXPECT_TRUE(board.setSasAddr(1, ""));
-    EXPECT_TRUE(board.setSasAddr(2, "5000C50012345678"));
-    EXPECT_FALSE(board.setSasAddr(2, "5000C5001234567"));
-    EXPECT_FALSE(board.setSasAddr(2, "5000C500123456789"));
-    EXPECT_EQ(board.sent, (juce::StringArray { "S1", "S25000C50012345678" }));
-
     EXPECT_EQ(replied(board, "R5000C50012345678", &TransferBoard::getSasAddr, 3), "5000C50012345678");
-    EXPECT_EQ(board.lastSent(), "E3");
-}
-
-TEST_F(Transfer, BatteryReadingsAreScaled)
-{
-    EXPECT_EQ(replied(board, "RFFFF", &TransferBoard::getBatteryCurrent), 65535) << "not-available passes through unscaled";
+    EXPECT_EQ(replied(board, "RFFFF", &TransferBoard::getBatteryCurrent), 65535) << "not-available is not scaled";
     EXPECT_EQ(replied(board, "R0010", &TransferBoard::getBatteryCurrent), 160);
     EXPECT_EQ(replied(board, "R3C", &TransferBoard::getBatteryVoltage), 12000);
     EXPECT_EQ(replied(board, "R64", &TransferBoard::getBatteryCapacity), 100);
-    EXPECT_EQ(board.sent, (juce::StringArray { "C", "C", "V", "B" }));
-}
+    EXPECT_EQ(repliedPair(board, "R80FF", &TransferBoard::getMinMaxTemperatures), std::make_pair(-128, -1));
+    EXPECT_EQ(replied(board, "R7", &TransferBoard::getDiskpackId), 7);
+    EXPECT_EQ(replied(board, "R0100", &TransferBoard::getOperatingHours), 256);
+    EXPECT_EQ(replied(board, "R0123-4567", &TransferBoard::getDiskpackGuid), "0123-4567");
+    EXPECT_EQ(board.sent, (juce::StringArray { "Y0", "Y1", "E3", "C", "C", "V", "B", "M", "I", "O", "U" }));
 
-TEST_F(Transfer, FittedDevicesShareOneReply)
-{
+    // The fitted devices share one reply; a failed or short one reads as nothing fitted.
+    board.clearSent();
     board.willReply("R13");
     EXPECT_EQ(board.getNumInternalDisks(), 3);
     board.willReply("R13");
@@ -91,23 +77,8 @@ TEST_F(Transfer, FittedDevicesShareOneReply)
     board.willFail();
     EXPECT_EQ(board.getNumInternalDisks(), 0);
     board.willReply("R1");
-    EXPECT_FALSE(board.getTapeDriveFitted()) << "a short reply is a failure, not a value";
+    EXPECT_FALSE(board.getTapeDriveFitted());
     EXPECT_EQ(board.sent, (juce::StringArray { "N", "N", "N", "N", "N" }));
-
-    board.clearSent();
-    board.setDevicesFitted(2, true);
-    board.setDevicesFitted(4, false);
-    EXPECT_EQ(board.sent, (juce::StringArray { "R12", "R04" }));
-}
-
-TEST_F(Transfer, OtherReplies)
-{
-    EXPECT_EQ(repliedPair(board, "R80FF", &TransferBoard::getMinMaxTemperatures), std::make_pair(-128, -1));
-    EXPECT_EQ(replied(board, "R7", &TransferBoard::getDiskpackId), 7);
-    EXPECT_EQ(replied(board, "R0100", &TransferBoard::getOperatingHours), 256);
-    EXPECT_EQ(replied(board, "R0123-4567", &TransferBoard::getDiskpackGuid), "0123-4567");
-    EXPECT_TRUE(board.resetEeprom());
-    EXPECT_EQ(board.sent, (juce::StringArray { "M", "I", "O", "U", "Z" }));
 }
 
 TEST_F(Transfer, EventsReachListenersByMask)
