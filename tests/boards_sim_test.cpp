@@ -17,12 +17,12 @@ struct Sim : SimTest
 TEST_F(Sim, DiskpackBoard)
 {
     start({ "--board", "d", "--id", "2", "--version", "V3.02" });
+    DiskpackHeard listener;
     DiskpackBoard board;
     ASSERT_FALSE(board.findAndOpen(1)) << "only a board with id 2 is published";
     ASSERT_TRUE(board.findAndOpen(2));
     EXPECT_EQ(board.getVersionString(), "V3.02");
 
-    DiskpackHeard listener;
     board.registerListener(&listener);
     ASSERT_TRUE(board.syncState());
     EXPECT_TRUE(listener.waitFor("led off"));
@@ -51,18 +51,15 @@ TEST_F(Sim, DiskpackBoard)
 
     EXPECT_TRUE(control("button 0 F0"));
     EXPECT_TRUE(listener.waitFor("button 240"));
-
-    board.closeBoard(false);
-    board.deregisterListener(&listener);
 }
 
 TEST_F(Sim, ChassisBoard)
 {
     start({ "--board", "c", "--version", "V2.5" });
+    ChassisHeard listener;
     ChassisBoard board;
     ASSERT_TRUE(board.findAndOpen(-1));
 
-    ChassisHeard listener;
     board.registerListener(&listener);
 
     EXPECT_TRUE(board.setDiskPackLock(1, true));
@@ -89,19 +86,17 @@ TEST_F(Sim, ChassisBoard)
     EXPECT_TRUE(listener.waitFor("shuttle -2"));
     EXPECT_TRUE(control("dvd 0"));
     EXPECT_TRUE(listener.waitFor("eject"));
-
     board.closeBoard(false);
-    board.deregisterListener(&listener);
     EXPECT_TRUE(check("commits 1")) << "closing commits the settings";
 }
 
 TEST_F(Sim, TransferBoard)
 {
     start({ "--board", "x" });
+    TransferHeard listener;
     TransferBoard board;
     ASSERT_TRUE(board.findAndOpen(-1));
 
-    TransferHeard listener;
     board.registerListener(&listener);
     ASSERT_TRUE(board.syncState());
     EXPECT_TRUE(listener.waitFor("pack out"));
@@ -141,18 +136,15 @@ TEST_F(Sim, TransferBoard)
     EXPECT_TRUE(listener.waitFor("temp -3"));
     EXPECT_TRUE(control("door 0 open"));
     EXPECT_TRUE(listener.waitFor("door open"));
-
-    board.closeBoard(false);
-    board.deregisterListener(&listener);
 }
 
 TEST_F(Sim, RemoteBoard)
 {
     start({ "--board", "r" });
+    RemoteHeard listener;
     RemoteBoard board;
     ASSERT_TRUE(board.findAndOpen(0));
 
-    RemoteHeard listener;
     board.registerListener(&listener);
 
     EXPECT_TRUE(control("busy 0 on"));
@@ -182,7 +174,4 @@ TEST_F(Sim, RemoteBoard)
     EXPECT_TRUE(listener.waitFor("a touch signal", isSignal));
     EXPECT_TRUE(listener.waitFor("ref 512 528 544 560 576 592 608 624 640 656"));
     EXPECT_TRUE(board.enableQtEvents(false));
-
-    board.closeBoard(false);
-    board.deregisterListener(&listener);
 }

@@ -8,10 +8,10 @@ TEST_F(BoardsBSim, DesktopStationThroughTheEmulator)
 {
     start({ "--board", "d", "--board", "t", "--id", "2", "--version", "V3.07" });
 
+    DesktopHeard calls;
     DesktopBoard board;
     ASSERT_TRUE(board.findAndOpen(2)) << "the diskpack board in front of it must be passed over";
     EXPECT_EQ(board.getVersionString(), "V3.07");
-    DesktopHeard calls;
     board.registerListener(&calls);
 
     EXPECT_TRUE(control("insert 1 2"));
@@ -48,18 +48,15 @@ TEST_F(BoardsBSim, DesktopStationThroughTheEmulator)
 
     EXPECT_TRUE(control("lever 1 open"));
     EXPECT_TRUE(calls.waitFor("lever open"));
-
-    board.closeBoard(false);
-    board.deregisterListener(&calls);
 }
 
 TEST_F(BoardsBSim, XferDualThroughTheEmulator)
 {
     start({ "--board", "u" });
 
+    XferDualHeard calls;
     XferDualBoard board;
     ASSERT_TRUE(board.findAndOpen(-1));
-    XferDualHeard calls;
     board.registerListener(&calls);
 
     EXPECT_TRUE(control("insert 0 1 fault"));
@@ -112,7 +109,4 @@ TEST_F(BoardsBSim, XferDualThroughTheEmulator)
     EXPECT_TRUE(board.enableSysTemperatureEvents(true));
     EXPECT_TRUE(control("systemp 0 40 -3"));
     EXPECT_TRUE(calls.waitFor("sys 40 -3"));
-
-    board.closeBoard(false);
-    board.deregisterListener(&calls);
 }
