@@ -6,7 +6,7 @@
 using namespace boardtest;
 using Diskpack = ScriptedBoardTest<Scripted<DiskpackBoard>>;
 
-TEST_F(Diskpack, SettersPutTheirArgumentOnTheWire)
+TEST_F(Diskpack, SettersAndTextPagesPutTheirArgumentOnTheWire)
 {
     EXPECT_TRUE(board.setLed(5, -1, 2, 1)); // red 3, green 0, blue 2, flash 1
     EXPECT_TRUE(board.setLed(3, 3, 3, 9));
@@ -23,10 +23,9 @@ TEST_F(Diskpack, SettersPutTheirArgumentOnTheWire)
                                        "B90", "BAA", "BC8", "BC8", "BC8", "B8D", "B", "B" };
     EXPECT_EQ(board.sent, expected);
     EXPECT_FALSE(board.expected.contains(true));
-}
+    board.clearSent();
 
-TEST_F(Diskpack, TextPagesSelectThePageFirstAndLimitsSendNothing)
-{
+    // Text pages select the page first; limits send nothing.
     const std::string forty(40, 'y'), fortyOne(41, 'x');
     juce::String text;
     EXPECT_TRUE(board.setDisplayText(forty.c_str()));

