@@ -59,7 +59,6 @@ TEST_F(Sim, ChassisBoard)
     ChassisHeard listener;
     ChassisBoard board;
     ASSERT_TRUE(board.findAndOpen(-1));
-
     board.registerListener(&listener);
 
     EXPECT_TRUE(board.setDiskPackLock(1, true));
@@ -96,7 +95,6 @@ TEST_F(Sim, TransferBoard)
     TransferHeard listener;
     TransferBoard board;
     ASSERT_TRUE(board.findAndOpen(-1));
-
     board.registerListener(&listener);
     ASSERT_TRUE(board.syncState());
     EXPECT_TRUE(listener.waitFor("pack out"));
@@ -114,9 +112,8 @@ TEST_F(Sim, TransferBoard)
     EXPECT_TRUE(board.setTapeDrivePower(true));
     EXPECT_TRUE(check("power 5"));
     EXPECT_TRUE(board.setInternalDisksWriteProtect(true));
-    bool wp = false;
-    EXPECT_TRUE(board.getInternalDisksWriteProtect(wp));
-    EXPECT_TRUE(wp);
+    EXPECT_TRUE(read(board, &TransferBoard::getInternalDisksWriteProtect));
+    bool wp = true;
     EXPECT_TRUE(board.getDiskpackWriteProtect(wp));
     EXPECT_FALSE(wp);
 
@@ -144,7 +141,6 @@ TEST_F(Sim, RemoteBoard)
     RemoteHeard listener;
     RemoteBoard board;
     ASSERT_TRUE(board.findAndOpen(0));
-
     board.registerListener(&listener);
 
     EXPECT_TRUE(control("busy 0 on"));

@@ -7,7 +7,6 @@ using BoardsBSim = SimTest;
 TEST_F(BoardsBSim, DesktopStationThroughTheEmulator)
 {
     start({ "--board", "d", "--board", "t", "--id", "2", "--version", "V3.07" });
-
     DesktopHeard calls;
     DesktopBoard board;
     ASSERT_TRUE(board.findAndOpen(2)) << "the diskpack board in front of it must be passed over";
@@ -53,7 +52,6 @@ TEST_F(BoardsBSim, DesktopStationThroughTheEmulator)
 TEST_F(BoardsBSim, XferDualThroughTheEmulator)
 {
     start({ "--board", "u" });
-
     XferDualHeard calls;
     XferDualBoard board;
     ASSERT_TRUE(board.findAndOpen(-1));
