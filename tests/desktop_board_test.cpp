@@ -13,8 +13,9 @@ juce::String hexOf(const unsigned char* p, int n)
     return juce::String::toHexString(p, n, 0).toUpperCase();
 }
 
-/** Scripts the replies to programming serial 0, which leaves the factory image as it is: command failAt fails
-    and corruptAt reads back a changed block. Read-backs come in lower case: the board's case must not matter. */
+/** Scripts the replies to programming serial 0, which leaves the factory image as it is: command failAt
+    fails and corruptAt reads back a block whose last byte changed. Read-backs are in lower case, as the
+    board's case must not matter. */
 void scriptProgramming(Scripted<DesktopBoard>& board, int failAt = -1, int corruptAt = -1)
 {
     for (int at = 0; at <= 2 * DesktopBoard::eepromBlocks; ++at)
@@ -25,7 +26,7 @@ void scriptProgramming(Scripted<DesktopBoard>& board, int failAt = -1, int corru
         else if (at % 2 == 0)
             board.willReply("OK");
         else
-            board.willReply("R" + (at == corruptAt ? "00" + block.substring(2) : block));
+            board.willReply("R" + (at == corruptAt ? block.substring(0, 62) + "00" : block));
     }
 }
 } // namespace
