@@ -44,6 +44,7 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     EXPECT_TRUE(replied(board, "R1", &DesktopBoard::getDiskpackWriteProtect));
     EXPECT_EQ(replied(board, "R01F4", &DesktopBoard::getOperatingHours), 500);
     EXPECT_EQ(repliedPair(board, "RF619", &DesktopBoard::getMinMaxTemperatures), std::make_pair(-10, 25));
+    EXPECT_TRUE(board.setDiskpackPower(false));
     EXPECT_TRUE(board.setLedId(0x13)) << "the id is cut to one digit";
     // A reply of the wrong length, or a failure, leaves the result alone.
     board.willReply("R2A0");
@@ -61,8 +62,8 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     board.willFail();
     EXPECT_FALSE(board.setDiskpackLed(1, diskpackLedOff));
     EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedOff));
-    EXPECT_EQ(board.sent, (juce::StringArray { "Z", "V", "I", "U", "X1", "Y0", "O", "M", "H3", "V", "Y0", "L8", "L9",
-                                               "LD", "L1" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "Z", "V", "I", "U", "X1", "Y0", "O", "M", "D0", "H3", "V", "Y0", "L8",
+                                               "L9", "LD", "L1" }));
     EXPECT_EQ(board.getLedState(), 1);
     board.clearSent();
 

@@ -11,6 +11,8 @@ TEST_F(Diskpack, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
     EXPECT_TRUE(board.setLed(5, -1, 2, 1)); // red 3, green 0, blue 2, flash 1
     EXPECT_TRUE(board.setLed(3, 3, 3, 9));
     EXPECT_TRUE(board.monitorDiskActivity(true));
+    EXPECT_TRUE(board.setWriteProtect(false));
+    EXPECT_TRUE(board.enableTemperatureEvents(false));
     EXPECT_TRUE(board.setScsiIdMsb(true));
     EXPECT_TRUE(board.prepareClosedown());
     EXPECT_TRUE(board.resetEeprom());
@@ -19,7 +21,7 @@ TEST_F(Diskpack, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
     for (int level : { 0, 7, 15, 16, 99, -1, -40, INT_MIN })
         board.setDisplayBrightness(level);
 
-    const juce::StringArray expected { "L72", "LFF", "A1", "S1", "C",   "Z",  "Q17",
+    const juce::StringArray expected { "L72", "LFF", "A1", "X0", "T0", "S1", "C",   "Z",  "Q17",
                                        "B90", "BAA", "BC8", "BC8", "BC8", "B8D", "B", "B" };
     EXPECT_EQ(board.sent, expected);
     EXPECT_FALSE(board.expected.contains(true));

@@ -40,6 +40,11 @@ TEST_F(Transfer, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
                                                "D2" }));
     board.clearSent();
 
+    bool wp = true;
+    board.willReply("R0");
+    EXPECT_TRUE(board.getInternalDisksWriteProtect(wp));
+    EXPECT_FALSE(wp);
+    EXPECT_TRUE(replied(board, "R1", &TransferBoard::getDiskpackWriteProtect));
     EXPECT_EQ(replied(board, "R0010", &TransferBoard::getBatteryCurrent), 160);
     EXPECT_EQ(replied(board, "R3C", &TransferBoard::getBatteryVoltage), 12000);
     EXPECT_EQ(replied(board, "R64", &TransferBoard::getBatteryCapacity), 100);
@@ -53,7 +58,7 @@ TEST_F(Transfer, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
     EXPECT_EQ(board.getNumInternalDisks(), 0);
     board.willReply("R1");
     EXPECT_FALSE(board.getTapeDriveFitted());
-    EXPECT_EQ(board.sent, (juce::StringArray { "C", "V", "B", "M", "O", "U", "N", "N", "N" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "Y1", "Y0", "C", "V", "B", "M", "O", "U", "N", "N", "N" }));
 }
 
 TEST_F(Transfer, EventsReachListenersByMask)

@@ -14,6 +14,7 @@ TEST_F(XferDual, BoardDiskpackAndEepromCommands)
     EXPECT_EQ(replied(board, "Rguid-1", &XferDualBoard::getDiskpackGuid, 1), "guid-1");
     EXPECT_TRUE(board.enableDiskpackTemperatureEvents(1, true));
     EXPECT_TRUE(board.setDiskpackPower(1, true));
+    EXPECT_TRUE(board.setDiskpackPower(0, false));
     EXPECT_TRUE(board.setDiskpackWriteProtect(0, true));
     EXPECT_TRUE(replied(board, "R1", &XferDualBoard::getDiskpackWriteProtect, 1));
     EXPECT_TRUE(board.setDiskFanSpeed(1, true, 200)) << "auto ignores the speed";
@@ -27,7 +28,7 @@ TEST_F(XferDual, BoardDiskpackAndEepromCommands)
         EXPECT_TRUE(board.setFanSpeed(speed)) << speed;
     EXPECT_TRUE(board.setFanAuto(false));
 
-    const juce::StringArray expected { "Z",   "G2",   "O",    "M2",   "H5",   "I1",  "U1",  "P11", "D11", "X01",
+    const juce::StringArray expected { "Z",   "G2",   "O",    "M2",   "H5",   "I1",  "U1",  "P11", "D11", "D00", "X01",
                                        "Y1",  "J101", "L172", "L0B3", "L1CC", "F00", "F55", "FFF", "F",   "F00" };
     EXPECT_EQ(board.sent, expected);
     board.clearSent();
