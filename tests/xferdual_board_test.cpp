@@ -59,7 +59,8 @@ TEST_F(XferDual, ExpanderAddressesCountersResetsAndLinkRate)
     board.willReply("R5006050BCDA100");
     EXPECT_FALSE(board.sasGetExpanderAddr(addr)) << "seven bytes are not an address";
 
-    // No address is read after a failed status, and a failed address read fails the call.
+    // Only "type 1, attached" is a disk; no address is read after a failed status.
+    EXPECT_EQ(replied(board, "R10000000", &XferDualBoard::sasGetDiskAddr, 0, 1), "0000000000000000");
     board.willFail();
     EXPECT_FALSE(board.sasGetDiskAddr(0, 0, addr));
     board.willReply("R10000001");
@@ -67,7 +68,8 @@ TEST_F(XferDual, ExpanderAddressesCountersResetsAndLinkRate)
     EXPECT_FALSE(board.sasGetDiskAddr(1, 1, addr));
     EXPECT_FALSE(board.sasGetDiskAddr(2, 0, addr) || board.sasGetDiskAddr(0, 2, addr)
                  || board.sasGetDiskAddr(-1, 0, addr));
-    EXPECT_EQ(board.sent, (juce::StringArray { "E05C0066010", "E03C0041044", "E03C0042044", "E05C0042078" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "E05C0066010", "E03C0040044", "E03C0041044", "E03C0042044",
+                                               "E05C0042078" }));
     board.clearSent();
 
     int count = 0;
