@@ -87,9 +87,7 @@ TEST_F(BoardsBSim, XferDualThroughTheEmulator)
     EXPECT_TRUE(board.writeDiskpackEeprom(1, 0x1A5, 2, data));
     unsigned char page[32] = {};
     ASSERT_TRUE(board.readDiskpackEeprom(1, 0x1A4, 4, page));
-    EXPECT_EQ(page[0], 0xFF);
-    EXPECT_EQ(page[1], 0xAA);
-    EXPECT_EQ(page[2], 0x55);
+    EXPECT_EQ(juce::String::toHexString(page, 3, 0), "ffaa55");
     EXPECT_TRUE(control("check 0 eeprom.0.0x1A5 0xFF")) << "the other diskpack is untouched";
 
     EXPECT_TRUE(board.setFanSpeed(200));
