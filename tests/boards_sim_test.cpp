@@ -5,14 +5,7 @@
 
 using namespace boardtest;
 
-namespace
-{
-/** The emulator publishing one board; its state is read with "check 0 ...". */
-struct Sim : SimTest
-{
-    ::testing::AssertionResult check(const std::string& fieldAndValue) { return control("check 0 " + fieldAndValue); }
-};
-} // namespace
+using Sim = SimTest; // one emulated board, number 0, whose state "check 0 KEY VALUE" reads
 
 TEST_F(Sim, DiskpackBoard)
 {
@@ -29,12 +22,12 @@ TEST_F(Sim, DiskpackBoard)
 
     EXPECT_TRUE(board.setLed(3, 0, 1, 2));
     EXPECT_TRUE(listener.waitFor("led on"));
-    EXPECT_TRUE(check("led B1"));
+    EXPECT_TRUE(control("check 0 led B1"));
 
     EXPECT_TRUE(board.setDisplayText("Bench test 1"));
-    EXPECT_TRUE(check("display Bench test 1"));
+    EXPECT_TRUE(control("check 0 display Bench test 1"));
     EXPECT_TRUE(board.setDisplayBrightness(0));
-    EXPECT_TRUE(check("drive 90"));
+    EXPECT_TRUE(control("check 0 drive 90"));
 
     EXPECT_TRUE(board.writeText(23, "last page"));
     EXPECT_EQ(read(board, &DiskpackBoard::readText, 23), "last page");
@@ -64,16 +57,16 @@ TEST_F(Sim, ChassisBoard)
     EXPECT_TRUE(board.setDiskPackLock(1, true));
     EXPECT_TRUE(board.setDiskPackPower(1, true));
     EXPECT_TRUE(board.setDiskPackFanSpeed(1, 200));
-    EXPECT_TRUE(check("bay1 FF"));
+    EXPECT_TRUE(control("check 0 bay1 FF"));
     EXPECT_TRUE(listener.waitFor("bay 1 absent locked"));
 
     EXPECT_TRUE(control("insert 0 1"));
     EXPECT_TRUE(listener.waitFor("bay 1 present locked"));
 
     EXPECT_TRUE(board.setVolume(99));
-    EXPECT_TRUE(check("volume 31"));
+    EXPECT_TRUE(control("check 0 volume 31"));
     EXPECT_TRUE(board.setColour(3, 2, 1, 0)); // refused by V1.00 firmware, accepted here
-    EXPECT_TRUE(check("colour 39"));
+    EXPECT_TRUE(control("check 0 colour 39"));
 
     bool connected = true;
     EXPECT_TRUE(board.checkBayConnected(1, connected));
@@ -86,7 +79,7 @@ TEST_F(Sim, ChassisBoard)
     EXPECT_TRUE(control("dvd 0"));
     EXPECT_TRUE(listener.waitFor("eject"));
     board.closeBoard(false);
-    EXPECT_TRUE(check("commits 1")) << "closing commits the settings";
+    EXPECT_TRUE(control("check 0 commits 1")) << "closing commits the settings";
 }
 
 TEST_F(Sim, TransferBoard)
@@ -110,7 +103,7 @@ TEST_F(Sim, TransferBoard)
     EXPECT_TRUE(listener.waitFor("led 8"));
     EXPECT_TRUE(board.setDiskpackPower(true));
     EXPECT_TRUE(board.setTapeDrivePower(true));
-    EXPECT_TRUE(check("power 5"));
+    EXPECT_TRUE(control("check 0 power 5"));
     EXPECT_TRUE(board.setInternalDisksWriteProtect(true));
     EXPECT_TRUE(read(board, &TransferBoard::getInternalDisksWriteProtect));
     bool wp = true;
@@ -126,7 +119,7 @@ TEST_F(Sim, TransferBoard)
     EXPECT_TRUE(board.getTapeDriveFitted());
     EXPECT_EQ(read(board, &TransferBoard::getBatteryCurrent), 65535);
     EXPECT_TRUE(board.setFanPwmFreq(5));
-    EXPECT_TRUE(check("pwm 5"));
+    EXPECT_TRUE(control("check 0 pwm 5"));
 
     EXPECT_TRUE(board.enableDiskpackTemperatureEvents(true));
     EXPECT_TRUE(control("temp 0 -3"));
@@ -153,9 +146,9 @@ TEST_F(Sim, RemoteBoard)
 
     const unsigned char drawing[] = { 0x01, 0x20, 0xFF, 0x00 };
     EXPECT_TRUE(board.graphicsCommand(4, drawing));
-    EXPECT_TRUE(check("lastgraphics 0120FF00"));
+    EXPECT_TRUE(control("check 0 lastgraphics 0120FF00"));
     EXPECT_TRUE(board.bootMessage("Hello, bench"));
-    EXPECT_TRUE(check("message Hello, bench"));
+    EXPECT_TRUE(control("check 0 message Hello, bench"));
 
     EXPECT_TRUE(control("encoder 0 -3"));
     EXPECT_TRUE(listener.waitFor("encoder -3"));
