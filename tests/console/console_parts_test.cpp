@@ -13,62 +13,38 @@
 #include <algorithm>
 #include <climits>
 #include <functional>
+#include <tuple>
 #include <unistd.h>
 
-TEST(ConsoleArguments, BoardLettersAndTheirFallbacks)
+// The rest of the command line is run end to end in console_entry_test.
+TEST(ConsoleArguments, FirstCharacterPortIdAndCheckFlag)
 {
     using A = ConsoleArguments::Action;
-    struct Case
+    const struct
     {
         std::vector<const char*> argv;
         A action;
         char letter;
-    };
-    const Case cases[] = {
-        { { "avrtest" }, A::serialBoard, 'c' },
-        { { "avrtest", "d" }, A::serialBoard, 'd' },
-        { { "avrtest", "diskpack" }, A::serialBoard, 'd' }, // only the first character counts
-        { { "avrtest", "x" }, A::serialBoard, 'x' },
-        { { "avrtest", "m" }, A::dock, 'm' },
-        { { "avrtest", "s" }, A::dock, 's' },
-        { { "avrtest", "a" }, A::unknown, 'a' },
-        { { "avrtest", "y" }, A::unknown, 'y' },
-        { { "avrtest", "e" }, A::unknown, 'e' },
-        { { "avrtest", "D" }, A::unknown, 'D' },
-        { { "avrtest", "b" }, A::unknown, 'b' },
-        { { "avrtest", "bz" }, A::unknown, 'b' },
+        int port, id;
+    } cases[] = {
+        { { "avrtest", "diskpack" }, A::serialBoard, 'd', -1, 0 },
+        { { "avrtest", "D" }, A::unknown, 'D', -1, 0 },
+        { { "avrtest", "b70" }, A::linkTest, 'b', 7, 0 },
+        // Only a lower-case c turns check mode on.
+        { { "avrtest", "d", "-2", "C" }, A::serialBoard, 'd', -1, -2 },
     };
     for (auto& c : cases)
     {
-        SCOPED_TRACE(c.argv.size() > 1 ? c.argv[1] : "(none)");
+        SCOPED_TRACE(c.argv.back());
         const auto args = parseArguments((int) c.argv.size(), c.argv.data());
         EXPECT_EQ(args.action, c.action);
         EXPECT_EQ(args.letter, c.letter);
+        EXPECT_EQ(args.port, c.port);
+        EXPECT_EQ(args.id, c.id);
+        EXPECT_FALSE(args.check);
     }
 }
 
-TEST(ConsoleArguments, LinkPortIdAndCheckFlag)
-{
-    const char* link[] = { "avrtest", "b70" };
-    auto args = parseArguments(2, link);
-    EXPECT_EQ(args.action, ConsoleArguments::Action::linkTest);
-    EXPECT_EQ(args.port, 7);
-
-    const char* check[] = { "avrtest", "d", "3", "check" };
-    args = parseArguments(4, check);
-    EXPECT_EQ(args.id, 3);
-    EXPECT_TRUE(args.check);
-
-    const char* notCheck[] = { "avrtest", "d", "-2", "C" };
-    args = parseArguments(4, notCheck);
-    EXPECT_EQ(args.id, -2);
-    EXPECT_FALSE(args.check);
-
-    const char* junk[] = { "avrtest", "t", "two" };
-    EXPECT_EQ(parseArguments(3, junk).id, 0);
-}
-
-//==============================================================================
 TEST(ConsoleLinkTestRate, CountsTwentySixThousandCharactersAPass)
 {
     EXPECT_EQ(LinkTest::rate(2000), 13000u);
@@ -78,45 +54,38 @@ TEST(ConsoleLinkTestRate, CountsTwentySixThousandCharactersAPass)
 }
 
 //==============================================================================
-TEST(ConsoleDisplayDemo, MeterRisesOnOddStepsFallsOnEvenAndClipsOnlyOnASevenToTheTop)
+TEST(ConsoleDisplayDemo, MeterRisesOnOddStepsFallsOnEvenClipsOnASevenAndHoldsItsPeak)
 {
+    const struct
+    {
+        int value, times, level, peak, held;
+        bool clip;
+    } steps[] = {
+        { 5, 1, 5, 5, 0, false },
+        { 0x102, 1, 3, 5, 1, false }, // only the low three bits count
+        { 4, 1, 0, 5, 2, false },
+        { 5, 5, 23, 23, 0, false }, // capped at 23, not by a 7: no clip
+        { 7, 1, 23, 23, 1, true },
+        { 6, 1, 17, 23, 2, true }, // the clip stays until the meter is at 0
+        { 6, 3, 0, 23, 5, false },
+        { 7, 1, 7, 23, 6, false },
+        { 1, 1, 8, 23, 7, false },
+        { 0, 5, 8, 23, 12, false },
+        { 0, 1, 8, 8, 0, false }, // the 13th update takes the level
+        { 2, 1, 6, 8, 1, false },
+    };
     RemoteDisplayDemo::Meter m;
-    m.update(5);
-    EXPECT_EQ(m.level, 5);
-    m.update(0x102); // only the low three bits count: 2, even, down
-    EXPECT_EQ(m.level, 3);
-    m.update(4);
-    EXPECT_EQ(m.level, 0);
-    for (int i = 0; i < 4; ++i)
-        m.update(5);
-    EXPECT_EQ(m.level, 20);
-    m.update(5); // capped at 23, but not by a 7: no clip
-    EXPECT_EQ(m.level, 23);
-    EXPECT_FALSE(m.clip);
-    m.update(7);
-    EXPECT_EQ(m.level, 23);
-    EXPECT_TRUE(m.clip);
-    m.update(6);
-    EXPECT_TRUE(m.clip); // stays until the meter reaches 0
-    for (int i = 0; i < 3; ++i)
-        m.update(6);
-    EXPECT_EQ(m.level, 0);
-    EXPECT_FALSE(m.clip);
-}
-
-TEST(ConsoleDisplayDemo, PeakHoldsForThirteenUpdatesThenFollowsTheLevel)
-{
-    RemoteDisplayDemo::Meter m;
-    m.update(7);
-    m.update(7);
-    EXPECT_EQ(m.peak, 14);
-    m.update(6); // level 8
-    for (int i = 0; i < 11; ++i)
-        m.update(0);
-    EXPECT_EQ(m.peak, 14) << "held for 12 updates";
-    m.update(0);
-    EXPECT_EQ(m.peak, 8) << "the 13th update takes the level";
-    EXPECT_EQ(m.held, 0);
+    int step = 0;
+    for (auto& s : steps)
+    {
+        SCOPED_TRACE(++step);
+        for (int i = 0; i < s.times; ++i)
+            m.update(s.value);
+        EXPECT_EQ(m.level, s.level);
+        EXPECT_EQ(m.peak, s.peak);
+        EXPECT_EQ(m.held, s.held);
+        EXPECT_EQ(m.clip, s.clip);
+    }
 }
 
 TEST(ConsoleDisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
@@ -124,15 +93,10 @@ TEST(ConsoleDisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
     RemoteDisplayDemo::Timecode tc;
     for (int i = 0; i < 24; ++i)
         tc.advance();
-    EXPECT_EQ(tc.frames, 0);
-    EXPECT_EQ(tc.seconds, 1);
-
+    EXPECT_EQ(std::tie(tc.hours, tc.minutes, tc.seconds, tc.frames), std::make_tuple(0, 0, 1, 0));
     tc = { 23, 59, 59, 23 };
     tc.advance();
-    EXPECT_EQ(tc.hours, 0);
-    EXPECT_EQ(tc.minutes, 0);
-    EXPECT_EQ(tc.seconds, 0);
-    EXPECT_EQ(tc.frames, 0);
+    EXPECT_EQ(std::tie(tc.hours, tc.minutes, tc.seconds, tc.frames), std::make_tuple(0, 0, 0, 0));
 }
 
 namespace
