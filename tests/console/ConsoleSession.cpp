@@ -230,7 +230,7 @@ bool ScriptedBoard::waitForReceived(size_t n, int timeoutMs)
 }
 
 //==============================================================================
-bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
+void runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
 {
     SCOPED_TRACE(std::string("key '") + c.key + "'");
     std::vector<std::string> expectedWire;
@@ -247,33 +247,20 @@ bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
     console.takeOutput();
     const size_t start = console.output().size();
 
-    if (!console.key(c.key))
-    {
-        ADD_FAILURE() << "the console never came back for a key";
-        return false;
-    }
+    ASSERT_TRUE(console.key(c.key)) << "the console never came back for a key";
     for (auto& [prompt, answer] : c.answers)
     {
-        if (!console.waitFor(prompt))
-        {
-            ADD_FAILURE() << "no prompt \"" << prompt << "\"; printed: " << console.output().substr(start);
-            return false;
-        }
+        ASSERT_TRUE(console.waitFor(prompt)) << "no prompt \"" << prompt << "\"; printed: "
+                                             << console.output().substr(start);
         console.line(answer);
     }
-
     // Only once something that follows the key's own switch to line mode has
     // been seen can a return to key mode mean the command is over.
-    const bool wireSeen = board.waitForReceived(expectedWire.size());
-    const bool printedSeen = waitUntil(
-        [&] { return console.output().size() >= start + expectedPrinted.size(); }, ConsoleSession::deadlineMs);
-    const bool back = console.waitForKeyMode();
-
-    const auto received = board.takeReceived();
-    const auto printed = console.output().substr(start);
+    EXPECT_TRUE(board.waitForReceived(expectedWire.size()));
+    EXPECT_TRUE(waitUntil([&] { return console.output().size() >= start + expectedPrinted.size(); },
+                          ConsoleSession::deadlineMs));
+    EXPECT_TRUE(console.waitForKeyMode());
+    EXPECT_EQ(board.takeReceived(), expectedWire);
+    EXPECT_EQ(console.output().substr(start), expectedPrinted);
     console.takeOutput();
-    EXPECT_TRUE(wireSeen && printedSeen && back);
-    EXPECT_EQ(received, expectedWire);
-    EXPECT_EQ(printed, expectedPrinted);
-    return received == expectedWire && printed == expectedPrinted;
 }

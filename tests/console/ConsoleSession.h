@@ -88,7 +88,7 @@ struct KeyCase
 };
 
 /** Presses the key, answers its prompts, and checks the wire and the exact text printed. */
-bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c);
+void runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c);
 
 /** Discovery gives a board 100 ms to answer, which a starved test process can
     miss: a run on a board that is there is tried this many times in all. */

@@ -101,31 +101,24 @@ TEST(ConsoleDisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
 
 namespace
 {
-/** The texts drawn by the graphics commands sent since the last call. */
+/** The texts drawn by the graphics commands sent since the last call. Their
+    primitives: 1 clear, 2 a fill of six bytes, 3 six bytes and the text. */
 std::vector<std::string> drawnTexts(Scripted<RemoteBoard>& board)
 {
     std::vector<std::string> texts;
     for (auto& line : board.sent)
     {
         EXPECT_TRUE(line.startsWith("G")) << line;
-        std::vector<unsigned char> bytes;
+        std::string b;
         for (int i = 1; i + 1 < line.length(); i += 2)
-            bytes.push_back((unsigned char) HardwareBoard::decodeHexByte(line.toRawUTF8() + i));
-        for (size_t i = 0; i < bytes.size();)
+            b += (char) HardwareBoard::decodeHexByte(line.toRawUTF8() + i);
+        for (size_t i = 0; i < b.size(); i += b[i] == 1 ? 1 : 6 + (b[i] == 3 ? (unsigned char) b[i + 5] : 0))
         {
-            if (bytes[i] == 1)
-                i += 1;
-            else if (bytes[i] == 2)
-                i += 6;
-            else if (bytes[i] == 3 && i + 6 <= bytes.size())
+            if (b[i] == 3 && i + 6 <= b.size())
+                texts.push_back(b.substr(i + 6, (unsigned char) b[i + 5]));
+            else if (b[i] != 1 && b[i] != 2)
             {
-                const size_t n = bytes[i + 5];
-                texts.emplace_back(bytes.begin() + (long) i + 6, bytes.begin() + (long) (i + 6 + n));
-                i += 6 + n;
-            }
-            else
-            {
-                ADD_FAILURE() << "bad primitive " << (int) bytes[i] << " in " << line;
+                ADD_FAILURE() << "bad primitive " << (int) b[i] << " in " << line;
                 break;
             }
         }
@@ -223,8 +216,7 @@ TEST(ConsoleDisplayDemo, AnimationKeepsItsOwnClockAndPausesUnderASubScreen)
 //==============================================================================
 namespace
 {
-/** For its lifetime the console reads `typed` as its standard input and
-    prints to a file. */
+/** For its lifetime the console reads `typed` as its standard input and prints to a file. */
 class TypedAnswers
 {
 public:
@@ -261,36 +253,25 @@ private:
     FILE* out = std::tmpfile();
 };
 
+/** A press of one key of a serial board's menu in a fresh session over a
+    recording board, with `typed` as the answers. */
 struct KeyRun
 {
     juce::StringArray sent;
     std::string printed;
 };
-
-/** A serial board's menu, a press of one of its keys in a fresh session over
-    a recording board with `typed` as the answers, and its keys that read
-    numbers: each key is followed by how many numbers each of its answer
-    lines holds ("G11": two prompts of one number; "S10": a number, then a
-    line of text left empty). */
-struct NumericMenu
-{
-    const char* name;
-    std::function<KeyRun(char key, const std::string& typed)> press;
-    const char* keys;
-};
+using Press = std::function<KeyRun(char key, const std::string& typed)>;
 
 template <class Board>
-NumericMenu numericMenu(const char* name, const BoardMenu& menu, const char* keys)
+Press press(const BoardMenu& menu)
 {
-    return { name,
-             [name, &menu](char key, const std::string& typed) {
-                 Scripted<Board> board;
-                 auto session = menu.startSession(board);
-                 TypedAnswers io(typed);
-                 EXPECT_TRUE(session->handleKey(key)) << name << " " << key;
-                 return KeyRun { board.sent, io.printed() };
-             },
-             keys };
+    return [&menu](char key, const std::string& typed) {
+        Scripted<Board> board;
+        auto session = menu.startSession(board);
+        TypedAnswers io(typed);
+        EXPECT_TRUE(session->handleKey(key)) << key;
+        return KeyRun { board.sent, io.printed() };
+    };
 }
 
 /** The answer lines of a key with `extreme` as its number `at` and 1 for the others. */
@@ -311,14 +292,15 @@ std::string answers(const std::string& fieldsPerLine, size_t at, const std::stri
 TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
 {
     const LogCapture quiet;
-    const NumericMenu menus[] = {
-        numericMenu<DiskpackBoard>("diskpack", diskpackMenu, "A1 B1 E1 G11 L4 Q1 R1 S1 T1 W1 X1"),
-        numericMenu<ChassisBoard>("chassis", chassisMenu, "A1 C4 E1 F2 H1 I1 L2 P2 R1 S1 V1"),
-        numericMenu<TransferBoard>("transfer", transferMenu, "D1 E1 F1 H1 L2 P1 R2 S10 T1 W1 X2 Y1"),
-        numericMenu<DesktopBoard>("desktop", desktopMenu, "A1 B1 D1 F1 H1 L2 N3 P1 W1 X1"),
-        numericMenu<XferDualBoard>("xfer dual", xferDualMenu,
-                                   "A2 B1 D2 F1 G1 H1 I1 J2 L6 M1 N3 P2 R1 T1 U1 V1 W1 X2 Y1"),
-        numericMenu<RemoteBoard>("remote", remoteMenu, "A1 C1 F1 Q1 R4"),
+    // Each key is followed by how many numbers each of its answer lines holds
+    // ("G11": two prompts of one number; "S10": a number, then an empty line).
+    const std::pair<Press, const char*> menus[] = {
+        { press<DiskpackBoard>(diskpackMenu), "A1 B1 E1 G11 L4 Q1 R1 S1 T1 W1 X1" },
+        { press<ChassisBoard>(chassisMenu), "A1 C4 E1 F2 H1 I1 L2 P2 R1 S1 V1" },
+        { press<TransferBoard>(transferMenu), "D1 E1 F1 H1 L2 P1 R2 S10 T1 W1 X2 Y1" },
+        { press<DesktopBoard>(desktopMenu), "A1 B1 D1 F1 H1 L2 N3 P1 W1 X1" },
+        { press<XferDualBoard>(xferDualMenu), "A2 B1 D2 F1 G1 H1 I1 J2 L6 M1 N3 P2 R1 T1 U1 V1 W1 X2 Y1" },
+        { press<RemoteBoard>(remoteMenu), "A1 C1 F1 Q1 R4" },
     };
     // Beyond an int a number counts as the nearest one.
     const std::pair<const char*, const char*> sameAs[] = {
@@ -326,9 +308,9 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
         { "99999999999", "2147483647" },
         { "-99999999999", "-2147483648" },
     };
-    for (auto& m : menus)
+    for (auto& [pressKey, keys] : menus)
     {
-        for (auto& token : juce::StringArray::fromTokens(m.keys, false))
+        for (auto& token : juce::StringArray::fromTokens(keys, false))
         {
             const char key = (char) token[0];
             const std::string lines = token.substring(1).toStdString();
@@ -337,11 +319,11 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
                 fields += c - '0';
             for (int at = 0; at < fields; ++at)
             {
-                SCOPED_TRACE(std::string(m.name) + " " + key + " number " + std::to_string(at));
-                const auto reference = m.press(key, answers(lines, (size_t) at, "1"));
-                const auto largest = m.press(key, answers(lines, (size_t) at, "2147483647"));
+                SCOPED_TRACE(std::string(keys) + ": " + key + " number " + std::to_string(at));
+                const auto reference = pressKey(key, answers(lines, (size_t) at, "1"));
+                const auto largest = pressKey(key, answers(lines, (size_t) at, "2147483647"));
                 // Checked by the sanitizers: nothing to compare it with.
-                m.press(key, answers(lines, (size_t) at, "-2147483648"));
+                pressKey(key, answers(lines, (size_t) at, "-2147483648"));
                 // A packed argument that wrapped went out negative, and so
                 // without its digits: either refused, or sent as usual.
                 if (!largest.sent.isEmpty())
@@ -353,8 +335,8 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
                 }
                 for (auto& [typed, nearest] : sameAs)
                 {
-                    const auto beyond = m.press(key, answers(lines, (size_t) at, typed));
-                    const auto within = m.press(key, answers(lines, (size_t) at, nearest));
+                    const auto beyond = pressKey(key, answers(lines, (size_t) at, typed));
+                    const auto within = pressKey(key, answers(lines, (size_t) at, nearest));
                     EXPECT_EQ(within.sent, beyond.sent) << typed;
                     EXPECT_EQ(within.printed, beyond.printed) << typed;
                 }
@@ -365,18 +347,17 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
 
 TEST(ConsoleAnswers, TypedTextReachesTheBoardAsItsBytes)
 {
-    const auto diskpack = numericMenu<DiskpackBoard>("diskpack", diskpackMenu, "");
-    const auto transfer = numericMenu<TransferBoard>("transfer", transferMenu, "");
+    const auto diskpack = press<DiskpackBoard>(diskpackMenu), transfer = press<TransferBoard>(transferMenu);
     const struct
     {
-        const NumericMenu& menu;
+        const Press& press;
         char key;
         std::string typed;
         std::vector<std::string> sent;
     } cases[] = {
         { diskpack, 'D', "caf\xE9\n", { "Dcaf\xE9" } },
         { diskpack, 'W', "3 \xC3\xA9\n", { "P03", "W \xC3\xA9" } },
-        { numericMenu<RemoteBoard>("remote", remoteMenu, ""), 'M', "\xC3\xA9\xE9\n", { "M\xC3\xA9\xE9" } },
+        { press<RemoteBoard>(remoteMenu), 'M', "\xC3\xA9\xE9\n", { "M\xC3\xA9\xE9" } },
         { transfer, 'S', "2\n500605BCDA10000\xE9\n", { "S2500605BCDA10000\xE9" } },
         // Sixteen characters but seventeen bytes: not an address.
         { transfer, 'S', "2\n500605BCDA10000\xC3\xA9\n", {} },
@@ -384,7 +365,7 @@ TEST(ConsoleAnswers, TypedTextReachesTheBoardAsItsBytes)
     for (auto& c : cases)
     {
         std::vector<std::string> sent;
-        for (auto& line : c.menu.press(c.key, c.typed).sent)
+        for (auto& line : c.press(c.key, c.typed).sent)
             sent.emplace_back(line.toRawUTF8());
         EXPECT_EQ(c.sent, sent) << c.typed;
     }
