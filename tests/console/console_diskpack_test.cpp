@@ -12,6 +12,7 @@ struct DiskpackConsole : SerialConsoleTest
 
 TEST_F(DiskpackConsole, KeysPrintTheirLinesAndFailed)
 {
+    const std::string forty = "0123456789012345678901234567890123456789";
     runAll({
         { 'A', { { "Set monitor disk activity: ", "1" } }, { { "A1", {} } } },
         { 'B', { { "Brightness (0-15): ", "15" } }, { { "BC8", {} } } },
@@ -48,18 +49,11 @@ TEST_F(DiskpackConsole, KeysPrintTheirLinesAndFailed)
         { 'Z', { { "Reset eeprom: sure? ", "Y" } }, { { "Z", { "N" } } }, "Failed\n" },
         { 'Z', { { "Reset eeprom: sure? ", "n" } }, {} },
         { 'Z', { { "Reset eeprom: sure? ", "" } }, {} },
-    });
-    EXPECT_NE(console->errors().find("ControlBoard::sendCommand 'X0' received NACK"), std::string::npos);
-}
-
-TEST_F(DiskpackConsole, OverlongDisplayTextSendsFortyCharactersAndKeepsTheRest)
-{
-    const std::string forty = "0123456789012345678901234567890123456789";
-    runAll({
+        // Display text beyond forty characters answers the next prompt at once.
         { 'D', { { "Display text: ", forty + "17" } }, { { "D" + forty, {} } } },
-        // The two characters that did not fit answer the next prompt at once.
         { 'Q', {}, { { "Q11", {} } }, "Num text pages: " },
     });
+    EXPECT_NE(console->errors().find("ControlBoard::sendCommand 'X0' received NACK"), std::string::npos);
 }
 
 TEST_F(DiskpackConsole, HelpUnknownKeysLineEndsAndEvents)
@@ -84,7 +78,7 @@ TEST_F(DiskpackConsole, HelpUnknownKeysLineEndsAndEvents)
     });
 }
 
-TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaits)
+TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaitsAndControlCEndsTheRun)
 {
     board->reply("L30", { "OK" });
     ASSERT_TRUE(console->key('L'));
@@ -96,10 +90,7 @@ TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaits)
     EXPECT_EQ(board->takeReceived(), (std::vector<std::string> { "L30" }));
     ASSERT_TRUE(console->waitForKeyMode());
     EXPECT_NE(console->output().find("Set LED (r,g,b,flash): Temperature: 25 deg\n3 0 0 0\n"), std::string::npos);
-}
 
-TEST_F(DiskpackConsole, ControlCEndsTheRunAndReleasesTheBoard)
-{
     console->interrupt();
     EXPECT_EQ(console->exitStatus(), 0);
     // Nothing is sent to a diskpack on the way out.

@@ -3,43 +3,29 @@
 
 namespace
 {
-/** A diskpack EEPROM behind the board, optionally spoiling a byte or refusing a page. */
+/** A diskpack EEPROM behind the board that reads back each written page, or
+    refuses one, or spoils its byte 5. */
 struct DiskpackEeprom
 {
-    std::vector<unsigned char> memory = std::vector<unsigned char>(4096, 0);
-    int spoilAddress = -1;
-    int failReadAddress = -1;
-    int failWriteAddress = -1;
+    std::map<int, std::string> pages;
+    int spoilPage = -1, failReadPage = -1, failWritePage = -1;
 
     std::optional<std::vector<std::string>> operator()(const std::string& line)
     {
-        auto byteAt = [&](size_t i) { return std::stoi(line.substr(i, 2), nullptr, 16); };
-        if (line[0] == 'W' && line.size() >= 7)
-        {
-            const int addr = ((byteAt(1) & 15) << 8) | byteAt(3);
-            const int count = byteAt(5);
-            if (addr == failWriteAddress)
-                return std::vector<std::string> { "N" };
-            for (int i = 0; i < count; ++i)
-                memory[(size_t) (addr + i)] = (unsigned char) byteAt(7 + 2 * (size_t) i);
-            return std::vector<std::string> { "OK" };
-        }
-        if (line[0] == 'R' && line.size() == 7)
-        {
-            const int arg = std::stoi(line.substr(1), nullptr, 16);
-            const int addr = (arg >> 8) & 0xFFF;
-            if (addr == failReadAddress)
-                return std::vector<std::string> { "N" };
-            std::string reply = "R";
-            for (int a = addr; a < addr + 32; ++a)
-                reply += hex2(a == spoilAddress ? memory[(size_t) a] ^ 0xFF : memory[(size_t) a]);
-            return std::vector<std::string> { reply };
-        }
-        return std::nullopt;
+        // After the letter: which and the address in two bytes, the count, the data.
+        const bool write = line[0] == 'W' && line.size() == 7 + 64, read = line[0] == 'R' && line.size() == 7;
+        if (!write && !read)
+            return std::nullopt;
+        const int page = (std::stoi(line.substr(1, 4), nullptr, 16) & 0xFFF) / 32;
+        if (write)
+            pages[page] = line.substr(7);
+        auto data = pages[page];
+        if (page == spoilPage)
+            data.replace(10, 2, "9A");
+        const bool fail = page == (write ? failWritePage : failReadPage);
+        return std::vector<std::string> { fail ? "N" : write ? "OK" : "R" + data };
     }
 };
-
-const std::string eepromTestPrompt = "Test diskpack EEPROM (which): ";
 
 struct XferDualConsole : SerialConsoleTest
 {
@@ -111,10 +97,10 @@ TEST_F(XferDualConsole, KeysAndEventsPrintTheirLines)
 TEST_F(XferDualConsole, EepromTestVerdicts)
 {
     DiskpackEeprom good, spoiled, unreadable, unwritable;
-    spoiled.spoilAddress = 3 * 32 + 5;
+    spoiled.spoilPage = 3;
     // The pages read before a failed read matched, so the verdict stands.
-    unreadable.failReadAddress = 5 * 32;
-    unwritable.failWriteAddress = 2 * 32;
+    unreadable.failReadPage = 5;
+    unwritable.failWritePage = 2;
     const struct
     {
         DiskpackEeprom& eeprom;
@@ -128,7 +114,7 @@ TEST_F(XferDualConsole, EepromTestVerdicts)
     for (auto& c : cases)
     {
         SCOPED_TRACE(c.printed);
-        ASSERT_NO_FATAL_FAILURE(runScripted('W', c.eeprom, eepromTestPrompt, "1", c.printed));
+        ASSERT_NO_FATAL_FAILURE(runScripted('W', c.eeprom, "Test diskpack EEPROM (which): ", "1", c.printed));
         const auto wire = board->takeReceived();
         // Sixteen pages written, then read; page 8 wraps the pattern to 0 to 31 again.
         if (&c.eeprom == &good)
