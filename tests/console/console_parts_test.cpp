@@ -139,39 +139,40 @@ TEST(ConsoleDisplayDemo, KeysOpenAndCloseTheSubScreens)
     RemoteDisplayDemo demo;
     Scripted<RemoteBoard> board;
     demo.begin(board);
-    auto texts = drawnTexts(board);
+    const auto texts = drawnTexts(board);
     for (const char* word : { "Back", "Play", "Storage", "Setup", "Options", Demo::characterSet })
         EXPECT_TRUE(drew(texts, word)) << word;
     EXPECT_TRUE(demo.isRunning());
 
-    demo.menuEvent(Demo::keyTextEntry, 0, 0);
-    EXPECT_TRUE(demo.subScreenOpen());
-    texts = drawnTexts(board);
-    EXPECT_TRUE(drew(texts, "Text entry"));
-    EXPECT_TRUE(drew(texts, "Backspace"));
-
-    // The held key comes again with a rotor event: not a second press.
-    demo.menuEvent(Demo::keyTextEntry, 9, 0);
-    demo.menuEvent(0, 9, 3);
-    demo.menuEvent(Demo::keySelect, 9, 0);
-    demo.menuEvent(0, 9, -1);
-    demo.menuEvent(Demo::keySelect, 9, 0);
-    texts = drawnTexts(board);
-    EXPECT_TRUE(drew(texts, "$#")) << "characters 3 and 2 of the set";
-    demo.menuEvent(Demo::keyBackspace, 9, 0);
-    EXPECT_TRUE(drew(drawnTexts(board), "$"));
-
-    demo.menuEvent(Demo::keyBack, 9, 0);
-    EXPECT_FALSE(demo.subScreenOpen());
-    EXPECT_TRUE(drew(drawnTexts(board), "Storage"));
-
-    demo.menuEvent(Demo::keyOptions, 9, 0);
-    EXPECT_TRUE(demo.subScreenOpen());
-    texts = drawnTexts(board);
-    EXPECT_TRUE(drew(texts, "Contrast"));
-    EXPECT_FALSE(drew(texts, "Text entry"));
-    demo.menuEvent(Demo::keyBack, 9, 0);
-    EXPECT_FALSE(demo.subScreenOpen());
+    const struct
+    {
+        uint32_t keys, rotor;
+        int steps;
+        std::vector<std::string> drawn;
+        bool open;
+    } events[] = {
+        { Demo::keyTextEntry, 0, 0, { "Text entry", "Backspace" }, true },
+        // The held key comes again with a rotor event: not a second press.
+        { Demo::keyTextEntry, 9, 0, {}, true },
+        { 0, 9, 3, {}, true },
+        { Demo::keySelect, 9, 0, {}, true },
+        { 0, 9, -1, {}, true },
+        { Demo::keySelect, 9, 0, { "$#" }, true }, // characters 3 and 2 of the set
+        { Demo::keyBackspace, 9, 0, { "$" }, true },
+        { Demo::keyBack, 9, 0, { "Storage" }, false },
+        { Demo::keyOptions, 9, 0, { "Contrast" }, true },
+        { Demo::keyBack, 9, 0, {}, false },
+    };
+    int step = 0;
+    for (auto& e : events)
+    {
+        SCOPED_TRACE(++step);
+        demo.menuEvent(e.keys, e.rotor, e.steps);
+        EXPECT_EQ(demo.subScreenOpen(), e.open);
+        const auto now = drawnTexts(board);
+        for (auto& text : e.drawn)
+            EXPECT_TRUE(drew(now, text)) << text;
+    }
 
     demo.end();
     EXPECT_FALSE(demo.isRunning());

@@ -1,6 +1,5 @@
 // The remote control menu, its display demonstration and its events, end to end.
 #include "console/ConsoleSession.h"
-#include "link/HardwareBoard.h"
 
 #include <algorithm>
 
@@ -10,15 +9,6 @@ struct RemoteConsole : SerialConsoleTest
 {
     void SetUp() override { open("r", "Remote Control AVR board V1.00"); }
 };
-
-/** The hex form of a drawn text, as it appears inside a graphics command. */
-std::string hexOf(const std::string& text)
-{
-    juce::String hex;
-    for (unsigned char c : text)
-        HardwareBoard::appendHexByte(c, hex);
-    return hex.toStdString();
-}
 }
 
 TEST_F(RemoteConsole, KeysAndEventsPrintTheirLines)
@@ -75,8 +65,11 @@ TEST_F(RemoteConsole, DisplayDemonstrationRunsUntilAKeyAndFollowsTheRemotesKeys)
         return waitUntil([&] { return seen(board->pty().received()); }, ConsoleSession::deadlineMs);
     };
     auto drawn = [&](const std::string& text) {
+        std::string hex;
+        for (unsigned char c : text)
+            hex += hex2(c);
         return sent([&](auto& lines) {
-            return std::any_of(lines.begin(), lines.end(), [&](auto& l) { return l.find(hexOf(text)) != l.npos; });
+            return std::any_of(lines.begin(), lines.end(), [&](auto& l) { return l.find(hex) != l.npos; });
         });
     };
     // The timecode moves on while the demonstration runs.
