@@ -43,4 +43,9 @@ TEST_F(ChassisConsole, KeysAndEventsPrintTheirLines)
         { "sFE", "Shuttle event: -2\n" },
         { "t0A", "Button event: 0A\n" },
     });
+    // Closing commits the chassis settings to its EEPROM.
+    ASSERT_TRUE(console->key('x'));
+    EXPECT_EQ(console->exitStatus(), 0);
+    EXPECT_EQ(board->takeReceived(), (std::vector<std::string> { "W" }));
+    console.reset();
 }

@@ -82,18 +82,6 @@ TEST_F(ConsoleEntry, WhatEachCommandLinePrintsWithNoBoardThere)
     EXPECT_TRUE(diskpack.takeReceived().empty());
 }
 
-TEST_F(ConsoleEntry, ClosingTheChassisCommitsItsSettings)
-{
-    ScriptedBoard chassis(dir.path(), "tty.usbserial-CH", "Chassis board V2.50");
-    auto console = startFound({}, "Chassis board V2.50");
-    ASSERT_TRUE(console);
-    ASSERT_TRUE(console->waitForKeyMode());
-    chassis.takeReceived();
-    ASSERT_TRUE(console->key('x'));
-    EXPECT_EQ(console->exitStatus(), 0);
-    EXPECT_EQ(chassis.takeReceived(), (std::vector<std::string> { "W" }));
-}
-
 TEST_F(ConsoleEntry, SyncStateRefusedEndsTheRunNormally)
 {
     ScriptedBoard diskpack(dir.path(), "tty.usbserial-DP", "Diskpack board V1.00");
