@@ -68,7 +68,7 @@ TEST_F(ConsoleEntry, WhatEachCommandLinePrintsWithNoBoardThere)
     };
     for (auto& c : cases)
     {
-        SCOPED_TRACE(c.printed);
+        SCOPED_TRACE(c.args.empty() ? "(none)" : "'" + c.args[0] + "'");
         const auto run = runToEnd(c.args);
         EXPECT_EQ(c.whole ? run.printed : run.printed.substr(0, c.printed.size()), c.printed);
         EXPECT_EQ(run.status, c.status);
