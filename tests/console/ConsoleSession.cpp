@@ -192,7 +192,7 @@ int ConsoleSession::exitStatus(int timeoutMs)
 //==============================================================================
 ScriptedBoard::ScriptedBoard(const std::string& dir, const std::string& linkName, const std::string& identity,
                              int id)
-    : peer(dir, linkName), table { { "?", { identity } }, { "@", { "R" + std::to_string(id) } }, { "!", { "OK" } } }
+    : table { { "?", { identity } }, { "@", { "R" + std::to_string(id) } }, { "!", { "OK" } } }, peer(dir, linkName)
 {
     peer.serve([this](const std::string& line) {
         std::lock_guard<std::mutex> g(lock);

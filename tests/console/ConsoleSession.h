@@ -69,11 +69,11 @@ public:
     PtyPeer& pty() { return peer; }
 
 private:
-    PtyPeer peer;
     std::mutex lock;
     std::map<std::string, std::vector<std::string>> table;
     Handler handler;
     size_t taken = 0;
+    PtyPeer peer; // last, so that its answering thread stops before the table goes
 };
 
 /** One key as the technician uses it: prompt and typed answer pairs, the
