@@ -1,11 +1,8 @@
 #include "console/ConsoleSession.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
-#include <cstdio>
 #include <csignal>
-#include <fcntl.h>
+#include <cstdio>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -15,13 +12,6 @@
 #ifndef AVRTEST_BIN_DIR
 #error "AVRTEST_BIN_DIR must name the directory of the built programs"
 #endif
-
-std::vector<std::string> avrtestCommand(const std::vector<std::string>& args)
-{
-    std::vector<std::string> argv { std::string(AVRTEST_BIN_DIR) + "/avrtest" };
-    argv.insert(argv.end(), args.begin(), args.end());
-    return argv;
-}
 
 std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args, const std::string& identity)
 {
@@ -44,33 +34,21 @@ std::string hex2(int v)
     return buf;
 }
 
-namespace
-{
-juce::uint32 now()
-{
-    return juce::Time::getMillisecondCounter();
-}
-}
-
 ConsoleSession::ConsoleSession(const std::vector<std::string>& args)
 {
-    const auto argv = avrtestCommand(args);
+    std::vector<std::string> argv { std::string(AVRTEST_BIN_DIR) + "/avrtest" };
+    argv.insert(argv.end(), args.begin(), args.end());
     std::vector<char*> cargs;
     for (auto& a : argv)
         cargs.push_back(const_cast<char*>(a.c_str()));
     cargs.push_back(nullptr);
 
     int errPipe[2];
-    if (pipe(errPipe) != 0)
-        throw std::runtime_error("pipe failed");
-
-    pid = forkpty(&master, nullptr, nullptr, nullptr);
-    if (pid < 0)
-        throw std::runtime_error("forkpty failed");
+    if (pipe(errPipe) != 0 || (pid = forkpty(&fds[0], nullptr, nullptr, nullptr)) < 0)
+        throw std::runtime_error("pipe or forkpty failed");
     if (pid == 0)
     {
-        // Only async-signal-safe calls between fork and exec: the test
-        // process has other threads.
+        // Only async-signal-safe calls between fork and exec: the test process has other threads.
         termios tio;
         if (tcgetattr(STDIN_FILENO, &tio) == 0)
         {
@@ -84,7 +62,7 @@ ConsoleSession::ConsoleSession(const std::vector<std::string>& args)
         _exit(127);
     }
     ::close(errPipe[1]);
-    errFd = errPipe[0];
+    fds[1] = errPipe[0];
 }
 
 ConsoleSession::~ConsoleSession()
@@ -94,79 +72,68 @@ ConsoleSession::~ConsoleSession()
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
     }
-    if (master >= 0)
-        ::close(master);
-    if (errFd >= 0)
-        ::close(errFd);
+    for (int fd : fds)
+        if (fd >= 0)
+            ::close(fd);
 }
 
 bool ConsoleSession::pump(int timeoutMs)
 {
-    pollfd fds[2] = { { master, POLLIN, 0 }, { errFd, POLLIN, 0 } };
-    const int n = poll(fds, 2, timeoutMs);
-    if (n <= 0)
+    pollfd p[2] = { { fds[0], POLLIN, 0 }, { fds[1], POLLIN, 0 } };
+    if (poll(p, 2, timeoutMs) <= 0)
         return false;
     bool got = false;
     char buf[4096];
     for (int i = 0; i < 2; ++i)
     {
-        if (fds[i].fd < 0 || (fds[i].revents & (POLLIN | POLLHUP | POLLERR)) == 0)
+        if (p[i].fd < 0 || (p[i].revents & (POLLIN | POLLHUP | POLLERR)) == 0)
             continue;
-        const ssize_t r = ::read(fds[i].fd, buf, sizeof buf);
+        const ssize_t r = ::read(p[i].fd, buf, sizeof buf);
         if (r > 0)
         {
-            (i == 0 ? out : err).append(buf, (size_t) r);
+            text[i].append(buf, (size_t) r);
             got = true;
         }
         else if (r == 0 || (errno != EAGAIN && errno != EINTR))
         {
-            // The console has gone and its side of the pty or pipe is closed.
-            ::close(fds[i].fd);
-            (i == 0 ? master : errFd) = -1;
+            // The console has gone and closed its side.
+            ::close(p[i].fd);
+            fds[i] = -1;
         }
     }
     return got;
 }
 
-bool ConsoleSession::waitFor(const std::string& text, int timeoutMs)
+bool ConsoleSession::waitFor(const std::string& wanted, int timeoutMs)
 {
-    const auto deadline = now() + (juce::uint32) timeoutMs;
-    for (;;)
-    {
-        const auto at = out.find(text, mark);
-        if (at != std::string::npos)
-        {
-            mark = at + text.size();
-            return true;
-        }
-        if (now() >= deadline || (master < 0 && errFd < 0))
-            return false;
-        if (master < 0)
-            pump(10);
-        else
-            pump(50);
-    }
+    auto at = std::string::npos;
+    waitUntil(
+        [&] {
+            pump(20);
+            at = text[0].find(wanted, mark);
+            return at != std::string::npos || (fds[0] < 0 && fds[1] < 0);
+        },
+        timeoutMs);
+    if (at == std::string::npos)
+        return false;
+    mark = at + wanted.size();
+    return true;
 }
 
 bool ConsoleSession::waitForKeyMode(int timeoutMs)
 {
-    const auto deadline = now() + (juce::uint32) timeoutMs;
-    while (master >= 0)
-    {
-        termios tio;
-        if (tcgetattr(master, &tio) == 0 && (tio.c_lflag & ICANON) == 0)
-        {
-            // Whatever the command printed went out before the terminal was
-            // switched; collect it.
-            while (pump(0))
-                ;
-            return true;
-        }
-        if (now() >= deadline)
-            return false;
-        pump(5);
-    }
-    return false;
+    bool keys = false;
+    waitUntil(
+        [&] {
+            termios tio;
+            pump(0);
+            keys = fds[0] >= 0 && tcgetattr(fds[0], &tio) == 0 && (tio.c_lflag & ICANON) == 0;
+            return keys || fds[0] < 0;
+        },
+        timeoutMs);
+    // Whatever the command printed went out before the terminal was switched.
+    output();
+    return keys;
 }
 
 bool ConsoleSession::key(char k)
@@ -177,76 +144,64 @@ bool ConsoleSession::key(char k)
     return true;
 }
 
-void ConsoleSession::line(const std::string& text)
-{
-    type(text + "\n");
-}
-
 void ConsoleSession::type(const std::string& bytes)
 {
-    if (master >= 0)
-        (void) !::write(master, bytes.data(), bytes.size());
+    if (fds[0] >= 0)
+        (void) !::write(fds[0], bytes.data(), bytes.size());
 }
 
 std::string ConsoleSession::takeOutput()
 {
-    while (pump(0))
-        ;
-    auto text = out.substr(std::min(mark, out.size()));
-    mark = out.size();
-    return text;
+    auto printed = output().substr(std::min(mark, text[0].size()));
+    mark = text[0].size();
+    return printed;
 }
 
 std::string ConsoleSession::output()
 {
     while (pump(0))
         ;
-    return out;
+    return text[0];
 }
 
 std::string ConsoleSession::errors()
 {
-    while (pump(0))
-        ;
-    return err;
+    output();
+    return text[1];
 }
 
 int ConsoleSession::exitStatus(int timeoutMs)
 {
-    const auto deadline = now() + (juce::uint32) timeoutMs;
-    while (!status)
+    int st = 0;
+    auto ended = [&] {
+        pump(0);
+        return waitpid(pid, &st, WNOHANG) == pid;
+    };
+    if (!status && waitUntil(ended, timeoutMs))
+        status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+    else if (!status)
     {
-        int st = 0;
-        const int r = waitpid(pid, &st, WNOHANG);
-        if (r == pid)
-        {
-            status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
-            break;
-        }
-        if (now() >= deadline)
-        {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-            status = -1000;
-            break;
-        }
-        if (!pump(10))
-            juce::Thread::sleep(5);
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        status = -1000;
     }
-    while (pump(0))
-        ;
+    output();
     return *status;
 }
 
 //==============================================================================
 ScriptedBoard::ScriptedBoard(const std::string& dir, const std::string& linkName, const std::string& identity,
                              int id)
-    : peer(dir, linkName)
+    : table { { "?", { identity } }, { "@", { "R" + std::to_string(id) } }, { "!", { "OK" } } }, peer(dir, linkName)
 {
-    table["?"] = { identity };
-    table["@"] = { "R" + std::to_string(id) };
-    table["!"] = { "OK" };
-    peer.serve([this](const std::string& line) { return respond(line); });
+    peer.serve([this](const std::string& line) {
+        std::lock_guard<std::mutex> g(lock);
+        if (handler)
+            if (auto lines = handler(line))
+                return *lines;
+        const auto it = table.find(line);
+        return it != table.end() ? it->second : std::vector<std::string> { "N" };
+    });
 }
 
 void ScriptedBoard::reply(const std::string& command, std::vector<std::string> lines)
@@ -259,16 +214,6 @@ void ScriptedBoard::setHandler(Handler h)
 {
     std::lock_guard<std::mutex> g(lock);
     handler = std::move(h);
-}
-
-std::vector<std::string> ScriptedBoard::respond(const std::string& line)
-{
-    std::lock_guard<std::mutex> g(lock);
-    if (handler)
-        if (auto lines = handler(line))
-            return *lines;
-    const auto it = table.find(line);
-    return it != table.end() ? it->second : std::vector<std::string> { "N" };
 }
 
 std::vector<std::string> ScriptedBoard::takeReceived()
@@ -285,7 +230,7 @@ bool ScriptedBoard::waitForReceived(size_t n, int timeoutMs)
 }
 
 //==============================================================================
-bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
+void runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
 {
     SCOPED_TRACE(std::string("key '") + c.key + "'");
     std::vector<std::string> expectedWire;
@@ -302,33 +247,20 @@ bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
     console.takeOutput();
     const size_t start = console.output().size();
 
-    if (!console.key(c.key))
-    {
-        ADD_FAILURE() << "the console never came back for a key";
-        return false;
-    }
+    ASSERT_TRUE(console.key(c.key)) << "the console never came back for a key";
     for (auto& [prompt, answer] : c.answers)
     {
-        if (!console.waitFor(prompt))
-        {
-            ADD_FAILURE() << "no prompt \"" << prompt << "\"; printed: " << console.output().substr(start);
-            return false;
-        }
+        ASSERT_TRUE(console.waitFor(prompt)) << "no prompt \"" << prompt << "\"; printed: "
+                                             << console.output().substr(start);
         console.line(answer);
     }
-
     // Only once something that follows the key's own switch to line mode has
     // been seen can a return to key mode mean the command is over.
-    const bool wireSeen = board.waitForReceived(expectedWire.size());
-    const bool printedSeen = waitUntil(
-        [&] { return console.output().size() >= start + expectedPrinted.size(); }, ConsoleSession::deadlineMs);
-    const bool back = console.waitForKeyMode();
-
-    const auto received = board.takeReceived();
-    const auto printed = console.output().substr(start);
+    EXPECT_TRUE(board.waitForReceived(expectedWire.size()));
+    EXPECT_TRUE(waitUntil([&] { return console.output().size() >= start + expectedPrinted.size(); },
+                          ConsoleSession::deadlineMs));
+    EXPECT_TRUE(console.waitForKeyMode());
+    EXPECT_EQ(board.takeReceived(), expectedWire);
+    EXPECT_EQ(console.output().substr(start), expectedPrinted);
     console.takeOutput();
-    EXPECT_TRUE(wireSeen && printedSeen && back);
-    EXPECT_EQ(received, expectedWire);
-    EXPECT_EQ(printed, expectedPrinted);
-    return received == expectedWire && printed == expectedPrinted;
 }

@@ -10,12 +10,9 @@
 #include <string>
 #include <vector>
 
-/** avrtest running as a child process with a pseudo-terminal as its standard
-    input and output (and its controlling terminal, so Ctrl-C works as at the
-    bench) and a pipe as its standard error. The terminal does no output
-    processing, so what the test reads is exactly what the console printed.
-
-    Every wait has a generous deadline: nothing here sleeps for a fixed time. */
+/** avrtest as a child process on a pseudo-terminal (its controlling terminal,
+    so Ctrl-C works, with no output processing) and a pipe as its standard
+    error. Every wait has a generous deadline, never a fixed sleep. */
 class ConsoleSession
 {
 public:
@@ -24,47 +21,37 @@ public:
     explicit ConsoleSession(const std::vector<std::string>& args);
     ~ConsoleSession();
 
-    /** Waits until `text` has been printed after the mark and moves the mark
-        past it. */
+    /** Waits until `text` has been printed after the mark and moves the mark past it. */
     bool waitFor(const std::string& text, int timeoutMs = deadlineMs);
-    /** Waits until the console reads single keys (its terminal is out of line
-        mode), draining its output meanwhile. */
+    /** Waits until the console reads single keys, collecting its output meanwhile. */
     bool waitForKeyMode(int timeoutMs = deadlineMs);
     /** Presses one key once the console is ready for it. */
     bool key(char k);
-    /** Types an answer line. */
-    void line(const std::string& text);
-    /** Sends raw bytes to the console's terminal. */
+    void line(const std::string& text) { type(text + "\n"); }
     void type(const std::string& bytes);
-    /** Ctrl-C at the terminal. */
     void interrupt() { type("\x03"); }
 
     /** Output printed since the mark; the mark moves to the end. */
     std::string takeOutput();
-    /** Everything printed so far. */
     std::string output();
     std::string errors();
 
-    /** The exit status (as the shell sees it, 255 for -1), or -1000 if the
-        console did not end in time (it is then killed). */
+    /** The exit status (255 for -1), or -1000 if the console had to be killed. */
     int exitStatus(int timeoutMs = deadlineMs);
 
 private:
     bool pump(int timeoutMs);
 
     int pid = -1;
-    int master = -1;
-    int errFd = -1;
-    std::string out, err;
+    int fds[2] = { -1, -1 }; // the terminal, standard error
+    std::string text[2];
     size_t mark = 0;
     std::optional<int> status;
 };
 
-/** A board on a pseudo-terminal that answers the console from a table of
-    replies: each received command line gets the lines given for it, "?" the
-    identity, "@" the id and "!" OK unless the test says otherwise; anything
-    not in the table is refused with "N". A handler may take over lines the
-    table cannot express (multi-block transfers). */
+/** A board on a pseudo-terminal answering each command line from a table:
+    "?" the identity, "@" the id, "!" OK, anything else not in it "N". A
+    handler may take over lines the table cannot express. */
 class ScriptedBoard
 {
 public:
@@ -74,54 +61,41 @@ public:
 
     void reply(const std::string& command, std::vector<std::string> lines);
     void setHandler(Handler h);
-
     /** Lines received since the last call. */
     std::vector<std::string> takeReceived();
     /** Waits until at least n lines arrived since the last takeReceived(). */
     bool waitForReceived(size_t n, int timeoutMs = ConsoleSession::deadlineMs);
-    /** Sends an event line now. */
     void event(const std::string& line) { peer.writeLine(line); }
-
     PtyPeer& pty() { return peer; }
 
 private:
-    std::vector<std::string> respond(const std::string& line);
-
-    PtyPeer peer;
     std::mutex lock;
     std::map<std::string, std::vector<std::string>> table;
     Handler handler;
     size_t taken = 0;
+    PtyPeer peer; // last, so that its answering thread stops before the table goes
 };
 
-/** One key of a board's table as the technician uses it. */
+/** One key as the technician uses it: prompt and typed answer pairs, the
+    command lines the board must receive with its reply to each (empty: OK),
+    and what the console prints after the prompts and echoed answers. */
 struct KeyCase
 {
     char key;
-    /** Prompt and answer pairs, in order. An answer is typed with a return. */
     std::vector<std::pair<std::string, std::string>> answers;
-    /** Command lines the board must receive, in order, with its reply to each
-        (empty: "OK"). */
     std::vector<std::pair<std::string, std::vector<std::string>>> wire;
-    /** What the console prints after the prompts and the echoed answers. */
     std::string printed = "";
 };
 
-/** Presses the key, answers its prompts, and checks the lines on the wire and
-    the exact text printed. Returns false (with gtest failures) on a mismatch. */
-bool runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c);
+/** Presses the key, answers its prompts, and checks the wire and the exact text printed. */
+void runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c);
 
-/** The console's path and arguments as a vector. */
-std::vector<std::string> avrtestCommand(const std::vector<std::string>& args);
-
-/** Discovery gives a board 100 ms to answer; a test process starved of the
-    CPU can miss that, which says nothing about the console. Where a board is
-    there to be found, a run that missed it is tried this many times in all. */
+/** Discovery gives a board 100 ms to answer, which a starved test process can
+    miss: a run on a board that is there is tried this many times in all. */
 constexpr int findAttempts = 3;
 
-/** An interactive run on a board that is there, once the board's identity
-    line and the help hint are out; nullptr (with a gtest failure) if every
-    attempt missed the board. */
+/** An interactive run once the board's identity and the help hint are out;
+    nullptr (with a gtest failure) if every attempt missed the board. */
 std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args, const std::string& identity);
 
 /** Two upper-case hex digits of the low byte. */
@@ -133,8 +107,6 @@ std::string hex2(int v);
 class SerialConsoleTest : public ::testing::Test
 {
 protected:
-    /** Starts the console for board type `letter` against a board answering
-        "?" with `identity`, and waits for it to be ready for keys. */
     void open(const std::string& letter, const std::string& identity)
     {
         board = std::make_unique<ScriptedBoard>(dir.path(), "tty.usbserial-BENCH", identity);
@@ -150,9 +122,7 @@ protected:
             runKeyCase(*console, *board, c);
     }
 
-    /** For a key whose exchange `handler` plays: presses the key, answers its
-        one prompt, and waits until the echoed answer and then `printed` are
-        out and the console is back for keys. */
+    /** A key whose exchange `handler` plays: one prompt, then `printed`, then back for keys. */
     void runScripted(char key, ScriptedBoard::Handler handler, const std::string& prompt, const std::string& answer,
                      const std::string& printed)
     {
@@ -165,12 +135,9 @@ protected:
         ASSERT_TRUE(console->waitForKeyMode());
     }
 
-    /** Sends the event lines in one go and checks that the console prints
-        exactly the given text for them (an empty string for events it keeps
-        quiet about). */
+    /** Sends the event lines in one go; the console must print exactly their texts. */
     void expectEvents(const std::vector<std::pair<std::string, std::string>>& events)
     {
-        console->takeOutput();
         const size_t start = console->output().size();
         std::string expected;
         for (auto& [line, printed] : events)

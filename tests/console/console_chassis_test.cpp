@@ -5,13 +5,12 @@ namespace
 {
 struct ChassisConsole : SerialConsoleTest
 {
-    // Firmware new enough for the colour, ambient, screen saver and bay
-    // connection commands.
+    // Firmware new enough for the colour, ambient, screen saver and bay commands.
     void SetUp() override { open("c", "Chassis board V2.50"); }
 };
 }
 
-TEST_F(ChassisConsole, EveryKeyReachesTheWire)
+TEST_F(ChassisConsole, KeysAndEventsPrintTheirLines)
 {
     runAll({
         { 'A', { { "Ambient: ", "1" } }, { { "P1", {} } } },
@@ -20,6 +19,8 @@ TEST_F(ChassisConsole, EveryKeyReachesTheWire)
         // A bay's first use sends its all-off control byte first.
         { 'F', { { "Fan speed: ", "1 30" } }, { { "B00", {} }, { "B1E", {} } } },
         { 'H', { { "Check bay connected: ", "1" } }, { { "H1", { "R1" } } }, "Bay 1 is connected\n" },
+        // The bay line follows a failed check too.
+        { 'H', { { "Check bay connected: ", "0" } }, { { "H0", { "N" } } }, "Failed\nBay 0 is not connected\n" },
         { 'I', { { "Inverter: ", "1" } }, { { "I1", {} } } },
         { 'L', { { "Lock: ", "2 1" } }, { { "C00", {} }, { "C40", {} } } },
         { 'P', { { "Power: ", "2 1" } }, { { "CC0", {} } } },
@@ -27,26 +28,11 @@ TEST_F(ChassisConsole, EveryKeyReachesTheWire)
         { 'S', { { "Enable screen saver: ", "1" } }, { { "S1", {} } } },
         { 'T', {}, { { "T", {} } }, "" },
         { 'V', { { "Set volume: ", "20" } }, { { "V14", {} } } },
-    });
-}
-
-TEST_F(ChassisConsole, BayLineFollowsAFailedCheck)
-{
-    runAll({
-        { 'H', { { "Check bay connected: ", "0" } }, { { "H0", { "N" } } }, "Failed\nBay 0 is not connected\n" },
-        // Only bays 0 and 1 can be asked: refused without a command.
-        { 'H', { { "Check bay connected: ", "2" } }, {}, "Failed\nBay 2 is not connected\n" },
-        // An unlocked pack may not be powered.
-        { 'P', { { "Power: ", "3 1" } }, { { "D00", {} } }, "Failed\n" },
         { 'Z', {}, {}, "Unknown command 'Z'\n" },
         { '?', {}, {},
           "\nV volume, R brightness, I inverter,\nE leds, L lock, P power, F fan speed,\nT reset shuttle, C colour, A "
           "ambient mode,\nS enable screen saver, H check bay connected,\nx exit\n\n" },
     });
-}
-
-TEST_F(ChassisConsole, EventsArePrintedAsTheyArrive)
-{
     expectEvents({
         { "c3", "Disk Pack C present locked\n" },
         { "a0", "Disk Pack A absent unlocked\n" },
@@ -57,4 +43,9 @@ TEST_F(ChassisConsole, EventsArePrintedAsTheyArrive)
         { "sFE", "Shuttle event: -2\n" },
         { "t0A", "Button event: 0A\n" },
     });
+    // Closing commits the chassis settings to its EEPROM.
+    ASSERT_TRUE(console->key('x'));
+    EXPECT_EQ(console->exitStatus(), 0);
+    EXPECT_EQ(board->takeReceived(), (std::vector<std::string> { "W" }));
+    console.reset();
 }

@@ -3,9 +3,8 @@
 
 namespace
 {
-/** An expander EEPROM behind the pass-through: blocks written with function
-    00 read back with function 01, optionally with one byte spoiled or a
-    block refused. */
+/** An expander EEPROM behind the pass-through that reads back what was
+    written, optionally with one byte spoiled or a block refused. */
 struct ExpanderEeprom
 {
     std::map<int, std::string> blocks;
@@ -39,7 +38,7 @@ struct DesktopConsole : SerialConsoleTest
 };
 }
 
-TEST_F(DesktopConsole, EveryKeyReachesTheWireAndPrintsItsLine)
+TEST_F(DesktopConsole, KeysAndEventsPrintTheirLines)
 {
     std::vector<std::pair<std::string, std::vector<std::string>>> clearFrames;
     for (int phy = 0; phy < 12; ++phy)
@@ -49,7 +48,9 @@ TEST_F(DesktopConsole, EveryKeyReachesTheWireAndPrintsItsLine)
         { 'A', { { "Disk:  ", "0" } }, { { "E03042C44", { "R10000001" } }, { "E05042C78", { "R5000C500AABBCCDD" } } },
           "Disk address: 5000C500AABBCCDD\n" },
         { 'B', { { "Phy: ", "11" } }, { { "E03042F18", { "R00000007" } } }, "Phy 11 errors 7\n" },
+        { 'B', { { "Phy: ", "12" } }, {}, "Failed\n" },
         { 'C', {}, clearFrames, "Error counts cleared\n" },
+        { 'C', {}, { { "E0204031000000005", {} }, { "E0204071000000005", { "N" } } }, "Failed\n" },
         { 'D', { { "Diskpack power: ", "1" } }, { { "D1", {} } } },
         { 'E', {}, { { "E05000000", { "R500605BCDA10000F" } } }, "SAS address: 500605BCDA10000F\n" },
         { 'F', { { "Phy: ", "9" } }, { { "E0204271000000003", {} }, { "E0204271000000001", {} } } },
@@ -62,52 +63,14 @@ TEST_F(DesktopConsole, EveryKeyReachesTheWireAndPrintsItsLine)
         { 'O', {}, { { "O", { "R0100" } } }, "Operating hours: 256\n" },
         { 'P', { { "Diskpack temperature check enable: ", "1" } }, { { "P1", {} } } },
         { 'R', {}, { { "E06", {} } }, "SAS expander reset\n" },
+        { 'R', {}, { { "E06", { "N" } } }, "Failed\n" },
         { 'U', {}, { { "U", { "RGUID-1" } } }, "Guid: GUID-1\n" },
         { 'V', {}, { { "V", { "R20" } } }, "Battery Voltage: 3200 mV\n" },
         { 'X', { { "Set write protect: ", "1" } }, { { "X1", {} } } },
         { 'Y', {}, { { "Y0", { "R0" } } }, "Diskpack is not write protected\n" },
         { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Done\n" },
     });
-}
-
-TEST_F(DesktopConsole, EmptyBaysRefusalsAndFailures)
-{
-    runAll({
-        { 'A', { { "Disk:  ", "3" } }, { { "E03042044", { "R10000000" } } }, "Disk address: 0000000000000000\n" },
-        { 'B', { { "Phy: ", "12" } }, {}, "Failed\n" },
-        { 'N', { { "Phy, Min, Max (0=1.5,1=3): ", "7 0 0" } }, {}, "Failed\n" },
-        { 'R', {}, { { "E06", { "N" } } }, "Failed\n" },
-        { 'C', {}, { { "E0204031000000005", {} }, { "E0204071000000005", { "N" } } }, "Failed\n" },
-        { 'W', { { "Serial: ", "4096" } }, {}, "Programming EEPROM...\nWrite failed\n" },
-    });
-}
-
-TEST_F(DesktopConsole, ProgrammingTheExpanderEepromReportsItsResult)
-{
-    board->reply("E06", { "OK" });
-    ASSERT_NO_FATAL_FAILURE(
-        runScripted('W', ExpanderEeprom(), "Serial: ", "291", "Programming EEPROM...\nProgramming complete\n"));
-    ASSERT_TRUE(board->waitForReceived(21));
-    const auto wire = board->takeReceived();
-    ASSERT_EQ(wire.size(), 21u);
-    EXPECT_EQ(wire[4].substr(0, 5), "E0002");
-    // The serial 0x123 goes into bytes 71 and 72: offsets 7 and 8 of block 2.
-    EXPECT_EQ(wire[4].substr(5 + 14, 4), "123F");
-    EXPECT_EQ(wire[5], "E0102");
-    EXPECT_EQ(wire[20], "E06");
-
-    ExpanderEeprom spoiled;
-    spoiled.spoilBlock = 1;
-    ASSERT_NO_FATAL_FAILURE(runScripted('W', spoiled, "Serial: ", "1", "Programming EEPROM...\nVerify failed\n"));
-    EXPECT_EQ(board->takeReceived().size(), 4u) << "stops at the block that differs";
-
-    ExpanderEeprom unreadable;
-    unreadable.unreadableBlock = 0;
-    ASSERT_NO_FATAL_FAILURE(runScripted('W', unreadable, "Serial: ", "1", "Programming EEPROM...\nRead failed\n"));
-}
-
-TEST_F(DesktopConsole, EventsArePrintedAsTheyArriveButNotTheDebugText)
-{
+    // The firmware's debug text is not printed.
     expectEvents({
         { "dfirmware chatter", "" },
         { "p1E", "Diskpack temperature: 30 deg\n" },
@@ -117,4 +80,27 @@ TEST_F(DesktopConsole, EventsArePrintedAsTheyArriveButNotTheDebugText)
         { "i0", "Diskpack event: absent\n" },
         { "l3", "LED event: 3\n" },
     });
+}
+
+TEST_F(DesktopConsole, ProgrammingTheExpanderEepromPrintsItsResult)
+{
+    board->reply("E06", { "OK" });
+    ExpanderEeprom spoiled, unreadable;
+    spoiled.spoilBlock = 1;
+    unreadable.unreadableBlock = 0;
+    const struct
+    {
+        ExpanderEeprom eeprom;
+        std::string serial, result;
+    } cases[] = {
+        { ExpanderEeprom(), "291", "Programming complete\n" },
+        { ExpanderEeprom(), "4096", "Write failed\n" },
+        { unreadable, "1", "Read failed\n" },
+        { spoiled, "1", "Verify failed\n" },
+    };
+    for (auto& c : cases)
+    {
+        SCOPED_TRACE(c.result);
+        ASSERT_NO_FATAL_FAILURE(runScripted('W', c.eeprom, "Serial: ", c.serial, "Programming EEPROM...\n" + c.result));
+    }
 }

@@ -10,8 +10,9 @@ struct DiskpackConsole : SerialConsoleTest
 };
 }
 
-TEST_F(DiskpackConsole, EveryKeyReachesTheWireAndPrintsItsLine)
+TEST_F(DiskpackConsole, KeysPrintTheirLinesAndFailed)
 {
+    const std::string forty = "0123456789012345678901234567890123456789";
     runAll({
         { 'A', { { "Set monitor disk activity: ", "1" } }, { { "A1", {} } } },
         { 'B', { { "Brightness (0-15): ", "15" } }, { { "BC8", {} } } },
@@ -22,68 +23,40 @@ TEST_F(DiskpackConsole, EveryKeyReachesTheWireAndPrintsItsLine)
         { 'G', { { "Which backplane: ", "1" }, { "Rail (0-3=12V,5V,3V3,1V2): ", "2" } }, { { "G12", { "R2EE0" } } },
           "Voltage: 12000 mV\n" },
         { 'I', {}, { { "I", { "R1" } } }, "Parallel SCSI\n" },
+        { 'I', {}, { { "I", { "R0" } } }, "SAS\n" },
         { 'L', { { "Set LED (r,g,b,flash): ", "1 2 3 0" } }, { { "L1B", {} } } },
+        // Missing numbers pass 0, and so does an answer that does not parse.
+        { 'L', { { "Set LED (r,g,b,flash): ", "3" } }, { { "L30", {} } } },
+        { 'Q', { { "Num text pages: ", "many" } }, { { "Q00", {} } } },
         { 'M', {}, { { "M", { "RF619" } } }, "Temperatures Min: -10 Max: 25\n" },
         { 'O', {}, { { "O", { "R1234" } } }, "Operating hours: 4660\n" },
         { 'Q', { { "Num text pages: ", "5" } }, { { "Q05", {} } } },
         { 'R', { { "Read text (page): ", "3" } }, { { "P03", {} }, { "R", { "RPage three" } } }, "Page three\n" },
+        { 'R', { { "Read text (page): ", "24" } }, {}, "Failed\n" },
         { 'S', { { "Scsi Id Msb: ", "1" } }, { { "S1", {} } } },
         { 'T', { { "Temperature check enable: ", "1" } }, { { "T1", {} } } },
         { 'U', {}, { { "U", { "R0123-4567-89AB" } } }, "Guid: 0123-4567-89AB\n" },
         { 'V', {}, { { "V", { "R96" } } }, "Battery Voltage: 3000 mV\n" },
-        // The page and the text share a line; the blank after the number is
-        // part of the text.
+        // The blank after the page number is part of the text.
         { 'W', { { "Write text (page, text): ", "4 Bay 4" } }, { { "P04", {} }, { "W Bay 4", {} } } },
         { 'X', { { "Write protect: ", "1" } }, { { "X1", {} } } },
-        { 'Y', {}, { { "Y", { "R1" } } }, "Write Protected\n" },
-        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Done\n" },
-    });
-}
-
-TEST_F(DiskpackConsole, AlternativeResultsAndNonNumericAnswers)
-{
-    runAll({
-        { 'I', {}, { { "I", { "R0" } } }, "SAS\n" },
-        { 'Y', {}, { { "Y", { "R0" } } }, "Not Write Protected\n" },
-        // An answer that does not parse passes 0.
-        { 'Q', { { "Num text pages: ", "many" } }, { { "Q00", {} } } },
-        { 'L', { { "Set LED (r,g,b,flash): ", "3" } }, { { "L30", {} } } },
-    });
-}
-
-TEST_F(DiskpackConsole, RefusedCommandsPrintFailed)
-{
-    runAll({
         { 'X', { { "Write protect: ", "0" } }, { { "X0", { "N" } } }, "Failed\n" },
-        { 'O', {}, { { "O", { "N" } } }, "Failed\n" },
+        { 'Y', {}, { { "Y", { "R1" } } }, "Write Protected\n" },
+        { 'Y', {}, { { "Y", { "R0" } } }, "Not Write Protected\n" },
         { 'Y', {}, { { "Y", { "R2" } } }, "Failed\n" },
-        // Page 24 does not exist: refused before anything is sent.
-        { 'R', { { "Read text (page): ", "24" } }, {}, "Failed\n" },
-        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", { "N" } } }, "Failed\n" },
+        // Only y or Y resets.
+        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Done\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "Y" } }, { { "Z", { "N" } } }, "Failed\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "n" } }, {} },
+        { 'Z', { { "Reset eeprom: sure? ", "" } }, {} },
+        // Display text beyond forty characters answers the next prompt at once.
+        { 'D', { { "Display text: ", forty + "17" } }, { { "D" + forty, {} } } },
+        { 'Q', {}, { { "Q11", {} } }, "Num text pages: " },
     });
     EXPECT_NE(console->errors().find("ControlBoard::sendCommand 'X0' received NACK"), std::string::npos);
 }
 
-TEST_F(DiskpackConsole, ResetNeedsAYes)
-{
-    runAll({
-        { 'Z', { { "Reset eeprom: sure? ", "n" } }, {} },
-        { 'Z', { { "Reset eeprom: sure? ", "" } }, {} },
-        { 'Z', { { "Reset eeprom: sure? ", "Y" } }, { { "Z", {} } }, "Done\n" },
-    });
-}
-
-TEST_F(DiskpackConsole, OverlongDisplayTextSendsFortyCharactersAndKeepsTheRest)
-{
-    const std::string forty = "0123456789012345678901234567890123456789";
-    runAll({
-        { 'D', { { "Display text: ", forty + "17" } }, { { "D" + forty, {} } } },
-        // The two characters that did not fit answer the next prompt at once.
-        { 'Q', {}, { { "Q11", {} } }, "Num text pages: " },
-    });
-}
-
-TEST_F(DiskpackConsole, HelpUnknownKeysAndLineEnds)
+TEST_F(DiskpackConsole, HelpUnknownKeysLineEndsAndEvents)
 {
     runAll({
         { '?', {}, {},
@@ -92,15 +65,10 @@ TEST_F(DiskpackConsole, HelpUnknownKeysAndLineEnds)
           "closedown,\nI get scsi type, B set display brightness,\nE get SAS addr, Z reset EEPROM,\nG backplane "
           "voltage rail, x exit\n\n" },
         { 'q', {}, {}, "Unknown command 'q'\n" },
-        { 'F', {}, {}, "Unknown command 'F'\n" },
     });
     // A return at the keystroke loop says nothing; the next key is served.
     console->type("\r\n");
     runAll({ { 'O', {}, { { "O", { "R0001" } } }, "Operating hours: 1\n" } });
-}
-
-TEST_F(DiskpackConsole, EventsArePrintedAsTheyArrive)
-{
     expectEvents({
         { "t1E", "Temperature: 30 deg\n" },
         { "tF0", "Temperature: -16 deg\n" },
@@ -110,7 +78,7 @@ TEST_F(DiskpackConsole, EventsArePrintedAsTheyArrive)
     });
 }
 
-TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaits)
+TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaitsAndControlCEndsTheRun)
 {
     board->reply("L30", { "OK" });
     ASSERT_TRUE(console->key('L'));
@@ -122,10 +90,7 @@ TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaits)
     EXPECT_EQ(board->takeReceived(), (std::vector<std::string> { "L30" }));
     ASSERT_TRUE(console->waitForKeyMode());
     EXPECT_NE(console->output().find("Set LED (r,g,b,flash): Temperature: 25 deg\n3 0 0 0\n"), std::string::npos);
-}
 
-TEST_F(DiskpackConsole, ControlCEndsTheRunAndReleasesTheBoard)
-{
     console->interrupt();
     EXPECT_EQ(console->exitStatus(), 0);
     // Nothing is sent to a diskpack on the way out.

@@ -13,62 +13,38 @@
 #include <algorithm>
 #include <climits>
 #include <functional>
+#include <tuple>
 #include <unistd.h>
 
-TEST(ConsoleArguments, BoardLettersAndTheirFallbacks)
+// The rest of the command line is run end to end in console_entry_test.
+TEST(ConsoleArguments, FirstCharacterPortIdAndCheckFlag)
 {
     using A = ConsoleArguments::Action;
-    struct Case
+    const struct
     {
         std::vector<const char*> argv;
         A action;
         char letter;
-    };
-    const Case cases[] = {
-        { { "avrtest" }, A::serialBoard, 'c' },
-        { { "avrtest", "d" }, A::serialBoard, 'd' },
-        { { "avrtest", "diskpack" }, A::serialBoard, 'd' }, // only the first character counts
-        { { "avrtest", "x" }, A::serialBoard, 'x' },
-        { { "avrtest", "m" }, A::dock, 'm' },
-        { { "avrtest", "s" }, A::dock, 's' },
-        { { "avrtest", "a" }, A::unknown, 'a' },
-        { { "avrtest", "y" }, A::unknown, 'y' },
-        { { "avrtest", "e" }, A::unknown, 'e' },
-        { { "avrtest", "D" }, A::unknown, 'D' },
-        { { "avrtest", "b" }, A::unknown, 'b' },
-        { { "avrtest", "bz" }, A::unknown, 'b' },
+        int port, id;
+    } cases[] = {
+        { { "avrtest", "diskpack" }, A::serialBoard, 'd', -1, 0 },
+        { { "avrtest", "D" }, A::unknown, 'D', -1, 0 },
+        { { "avrtest", "b70" }, A::linkTest, 'b', 7, 0 },
+        // Only a lower-case c turns check mode on.
+        { { "avrtest", "d", "-2", "C" }, A::serialBoard, 'd', -1, -2 },
     };
     for (auto& c : cases)
     {
-        SCOPED_TRACE(c.argv.size() > 1 ? c.argv[1] : "(none)");
+        SCOPED_TRACE(c.argv.back());
         const auto args = parseArguments((int) c.argv.size(), c.argv.data());
         EXPECT_EQ(args.action, c.action);
         EXPECT_EQ(args.letter, c.letter);
+        EXPECT_EQ(args.port, c.port);
+        EXPECT_EQ(args.id, c.id);
+        EXPECT_FALSE(args.check);
     }
 }
 
-TEST(ConsoleArguments, LinkPortIdAndCheckFlag)
-{
-    const char* link[] = { "avrtest", "b70" };
-    auto args = parseArguments(2, link);
-    EXPECT_EQ(args.action, ConsoleArguments::Action::linkTest);
-    EXPECT_EQ(args.port, 7);
-
-    const char* check[] = { "avrtest", "d", "3", "check" };
-    args = parseArguments(4, check);
-    EXPECT_EQ(args.id, 3);
-    EXPECT_TRUE(args.check);
-
-    const char* notCheck[] = { "avrtest", "d", "-2", "C" };
-    args = parseArguments(4, notCheck);
-    EXPECT_EQ(args.id, -2);
-    EXPECT_FALSE(args.check);
-
-    const char* junk[] = { "avrtest", "t", "two" };
-    EXPECT_EQ(parseArguments(3, junk).id, 0);
-}
-
-//==============================================================================
 TEST(ConsoleLinkTestRate, CountsTwentySixThousandCharactersAPass)
 {
     EXPECT_EQ(LinkTest::rate(2000), 13000u);
@@ -78,45 +54,38 @@ TEST(ConsoleLinkTestRate, CountsTwentySixThousandCharactersAPass)
 }
 
 //==============================================================================
-TEST(ConsoleDisplayDemo, MeterRisesOnOddStepsFallsOnEvenAndClipsOnlyOnASevenToTheTop)
+TEST(ConsoleDisplayDemo, MeterRisesOnOddStepsFallsOnEvenClipsOnASevenAndHoldsItsPeak)
 {
+    const struct
+    {
+        int value, times, level, peak, held;
+        bool clip;
+    } steps[] = {
+        { 5, 1, 5, 5, 0, false },
+        { 0x102, 1, 3, 5, 1, false }, // only the low three bits count
+        { 4, 1, 0, 5, 2, false },
+        { 5, 5, 23, 23, 0, false }, // capped at 23, not by a 7: no clip
+        { 7, 1, 23, 23, 1, true },
+        { 6, 1, 17, 23, 2, true }, // the clip stays until the meter is at 0
+        { 6, 3, 0, 23, 5, false },
+        { 7, 1, 7, 23, 6, false },
+        { 1, 1, 8, 23, 7, false },
+        { 0, 5, 8, 23, 12, false },
+        { 0, 1, 8, 8, 0, false }, // the 13th update takes the level
+        { 2, 1, 6, 8, 1, false },
+    };
     RemoteDisplayDemo::Meter m;
-    m.update(5);
-    EXPECT_EQ(m.level, 5);
-    m.update(0x102); // only the low three bits count: 2, even, down
-    EXPECT_EQ(m.level, 3);
-    m.update(4);
-    EXPECT_EQ(m.level, 0);
-    for (int i = 0; i < 4; ++i)
-        m.update(5);
-    EXPECT_EQ(m.level, 20);
-    m.update(5); // capped at 23, but not by a 7: no clip
-    EXPECT_EQ(m.level, 23);
-    EXPECT_FALSE(m.clip);
-    m.update(7);
-    EXPECT_EQ(m.level, 23);
-    EXPECT_TRUE(m.clip);
-    m.update(6);
-    EXPECT_TRUE(m.clip); // stays until the meter reaches 0
-    for (int i = 0; i < 3; ++i)
-        m.update(6);
-    EXPECT_EQ(m.level, 0);
-    EXPECT_FALSE(m.clip);
-}
-
-TEST(ConsoleDisplayDemo, PeakHoldsForThirteenUpdatesThenFollowsTheLevel)
-{
-    RemoteDisplayDemo::Meter m;
-    m.update(7);
-    m.update(7);
-    EXPECT_EQ(m.peak, 14);
-    m.update(6); // level 8
-    for (int i = 0; i < 11; ++i)
-        m.update(0);
-    EXPECT_EQ(m.peak, 14) << "held for 12 updates";
-    m.update(0);
-    EXPECT_EQ(m.peak, 8) << "the 13th update takes the level";
-    EXPECT_EQ(m.held, 0);
+    int step = 0;
+    for (auto& s : steps)
+    {
+        SCOPED_TRACE(++step);
+        for (int i = 0; i < s.times; ++i)
+            m.update(s.value);
+        EXPECT_EQ(m.level, s.level);
+        EXPECT_EQ(m.peak, s.peak);
+        EXPECT_EQ(m.held, s.held);
+        EXPECT_EQ(m.clip, s.clip);
+    }
 }
 
 TEST(ConsoleDisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
@@ -124,44 +93,32 @@ TEST(ConsoleDisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
     RemoteDisplayDemo::Timecode tc;
     for (int i = 0; i < 24; ++i)
         tc.advance();
-    EXPECT_EQ(tc.frames, 0);
-    EXPECT_EQ(tc.seconds, 1);
-
+    EXPECT_EQ(std::tie(tc.hours, tc.minutes, tc.seconds, tc.frames), std::make_tuple(0, 0, 1, 0));
     tc = { 23, 59, 59, 23 };
     tc.advance();
-    EXPECT_EQ(tc.hours, 0);
-    EXPECT_EQ(tc.minutes, 0);
-    EXPECT_EQ(tc.seconds, 0);
-    EXPECT_EQ(tc.frames, 0);
+    EXPECT_EQ(std::tie(tc.hours, tc.minutes, tc.seconds, tc.frames), std::make_tuple(0, 0, 0, 0));
 }
 
 namespace
 {
-/** The texts drawn by the graphics commands sent since the last call. */
+/** The texts drawn by the graphics commands sent since the last call. Their
+    primitives: 1 clear, 2 a fill of six bytes, 3 six bytes and the text. */
 std::vector<std::string> drawnTexts(Scripted<RemoteBoard>& board)
 {
     std::vector<std::string> texts;
     for (auto& line : board.sent)
     {
         EXPECT_TRUE(line.startsWith("G")) << line;
-        std::vector<unsigned char> bytes;
+        std::string b;
         for (int i = 1; i + 1 < line.length(); i += 2)
-            bytes.push_back((unsigned char) HardwareBoard::decodeHexByte(line.toRawUTF8() + i));
-        for (size_t i = 0; i < bytes.size();)
+            b += (char) HardwareBoard::decodeHexByte(line.toRawUTF8() + i);
+        for (size_t i = 0; i < b.size(); i += b[i] == 1 ? 1 : 6 + (b[i] == 3 ? (unsigned char) b[i + 5] : 0))
         {
-            if (bytes[i] == 1)
-                i += 1;
-            else if (bytes[i] == 2)
-                i += 6;
-            else if (bytes[i] == 3 && i + 6 <= bytes.size())
+            if (b[i] == 3 && i + 6 <= b.size())
+                texts.push_back(b.substr(i + 6, (unsigned char) b[i + 5]));
+            else if (b[i] != 1 && b[i] != 2)
             {
-                const size_t n = bytes[i + 5];
-                texts.emplace_back(bytes.begin() + (long) i + 6, bytes.begin() + (long) (i + 6 + n));
-                i += 6 + n;
-            }
-            else
-            {
-                ADD_FAILURE() << "bad primitive " << (int) bytes[i] << " in " << line;
+                ADD_FAILURE() << "bad primitive " << (int) b[i] << " in " << line;
                 break;
             }
         }
@@ -182,39 +139,40 @@ TEST(ConsoleDisplayDemo, KeysOpenAndCloseTheSubScreens)
     RemoteDisplayDemo demo;
     Scripted<RemoteBoard> board;
     demo.begin(board);
-    auto texts = drawnTexts(board);
+    const auto texts = drawnTexts(board);
     for (const char* word : { "Back", "Play", "Storage", "Setup", "Options", Demo::characterSet })
         EXPECT_TRUE(drew(texts, word)) << word;
     EXPECT_TRUE(demo.isRunning());
 
-    demo.menuEvent(Demo::keyTextEntry, 0, 0);
-    EXPECT_TRUE(demo.subScreenOpen());
-    texts = drawnTexts(board);
-    EXPECT_TRUE(drew(texts, "Text entry"));
-    EXPECT_TRUE(drew(texts, "Backspace"));
-
-    // The held key comes again with a rotor event: not a second press.
-    demo.menuEvent(Demo::keyTextEntry, 9, 0);
-    demo.menuEvent(0, 9, 3);
-    demo.menuEvent(Demo::keySelect, 9, 0);
-    demo.menuEvent(0, 9, -1);
-    demo.menuEvent(Demo::keySelect, 9, 0);
-    texts = drawnTexts(board);
-    EXPECT_TRUE(drew(texts, "$#")) << "characters 3 and 2 of the set";
-    demo.menuEvent(Demo::keyBackspace, 9, 0);
-    EXPECT_TRUE(drew(drawnTexts(board), "$"));
-
-    demo.menuEvent(Demo::keyBack, 9, 0);
-    EXPECT_FALSE(demo.subScreenOpen());
-    EXPECT_TRUE(drew(drawnTexts(board), "Storage"));
-
-    demo.menuEvent(Demo::keyOptions, 9, 0);
-    EXPECT_TRUE(demo.subScreenOpen());
-    texts = drawnTexts(board);
-    EXPECT_TRUE(drew(texts, "Contrast"));
-    EXPECT_FALSE(drew(texts, "Text entry"));
-    demo.menuEvent(Demo::keyBack, 9, 0);
-    EXPECT_FALSE(demo.subScreenOpen());
+    const struct
+    {
+        uint32_t keys, rotor;
+        int steps;
+        std::vector<std::string> drawn;
+        bool open;
+    } events[] = {
+        { Demo::keyTextEntry, 0, 0, { "Text entry", "Backspace" }, true },
+        // The held key comes again with a rotor event: not a second press.
+        { Demo::keyTextEntry, 9, 0, {}, true },
+        { 0, 9, 3, {}, true },
+        { Demo::keySelect, 9, 0, {}, true },
+        { 0, 9, -1, {}, true },
+        { Demo::keySelect, 9, 0, { "$#" }, true }, // characters 3 and 2 of the set
+        { Demo::keyBackspace, 9, 0, { "$" }, true },
+        { Demo::keyBack, 9, 0, { "Storage" }, false },
+        { Demo::keyOptions, 9, 0, { "Contrast" }, true },
+        { Demo::keyBack, 9, 0, {}, false },
+    };
+    int step = 0;
+    for (auto& e : events)
+    {
+        SCOPED_TRACE(++step);
+        demo.menuEvent(e.keys, e.rotor, e.steps);
+        EXPECT_EQ(demo.subScreenOpen(), e.open);
+        const auto now = drawnTexts(board);
+        for (auto& text : e.drawn)
+            EXPECT_TRUE(drew(now, text)) << text;
+    }
 
     demo.end();
     EXPECT_FALSE(demo.isRunning());
@@ -259,8 +217,7 @@ TEST(ConsoleDisplayDemo, AnimationKeepsItsOwnClockAndPausesUnderASubScreen)
 //==============================================================================
 namespace
 {
-/** For its lifetime the console reads `typed` as its standard input and
-    prints to a file. */
+/** For its lifetime the console reads `typed` as its standard input and prints to a file. */
 class TypedAnswers
 {
 public:
@@ -297,36 +254,25 @@ private:
     FILE* out = std::tmpfile();
 };
 
+/** A press of one key of a serial board's menu in a fresh session over a
+    recording board, with `typed` as the answers. */
 struct KeyRun
 {
     juce::StringArray sent;
     std::string printed;
 };
-
-/** A serial board's menu, a press of one of its keys in a fresh session over
-    a recording board with `typed` as the answers, and its keys that read
-    numbers: each key is followed by how many numbers each of its answer
-    lines holds ("G11": two prompts of one number; "S10": a number, then a
-    line of text left empty). */
-struct NumericMenu
-{
-    const char* name;
-    std::function<KeyRun(char key, const std::string& typed)> press;
-    const char* keys;
-};
+using Press = std::function<KeyRun(char key, const std::string& typed)>;
 
 template <class Board>
-NumericMenu numericMenu(const char* name, const BoardMenu& menu, const char* keys)
+Press press(const BoardMenu& menu)
 {
-    return { name,
-             [name, &menu](char key, const std::string& typed) {
-                 Scripted<Board> board;
-                 auto session = menu.startSession(board);
-                 TypedAnswers io(typed);
-                 EXPECT_TRUE(session->handleKey(key)) << name << " " << key;
-                 return KeyRun { board.sent, io.printed() };
-             },
-             keys };
+    return [&menu](char key, const std::string& typed) {
+        Scripted<Board> board;
+        auto session = menu.startSession(board);
+        TypedAnswers io(typed);
+        EXPECT_TRUE(session->handleKey(key)) << key;
+        return KeyRun { board.sent, io.printed() };
+    };
 }
 
 /** The answer lines of a key with `extreme` as its number `at` and 1 for the others. */
@@ -347,14 +293,15 @@ std::string answers(const std::string& fieldsPerLine, size_t at, const std::stri
 TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
 {
     const LogCapture quiet;
-    const NumericMenu menus[] = {
-        numericMenu<DiskpackBoard>("diskpack", diskpackMenu, "A1 B1 E1 G11 L4 Q1 R1 S1 T1 W1 X1"),
-        numericMenu<ChassisBoard>("chassis", chassisMenu, "A1 C4 E1 F2 H1 I1 L2 P2 R1 S1 V1"),
-        numericMenu<TransferBoard>("transfer", transferMenu, "D1 E1 F1 H1 L2 P1 R2 S10 T1 W1 X2 Y1"),
-        numericMenu<DesktopBoard>("desktop", desktopMenu, "A1 B1 D1 F1 H1 L2 N3 P1 W1 X1"),
-        numericMenu<XferDualBoard>("xfer dual", xferDualMenu,
-                                   "A2 B1 D2 F1 G1 H1 I1 J2 L6 M1 N3 P2 R1 T1 U1 V1 W1 X2 Y1"),
-        numericMenu<RemoteBoard>("remote", remoteMenu, "A1 C1 F1 Q1 R4"),
+    // Each key is followed by how many numbers each of its answer lines holds
+    // ("G11": two prompts of one number; "S10": a number, then an empty line).
+    const std::pair<Press, const char*> menus[] = {
+        { press<DiskpackBoard>(diskpackMenu), "A1 B1 E1 G11 L4 Q1 R1 S1 T1 W1 X1" },
+        { press<ChassisBoard>(chassisMenu), "A1 C4 E1 F2 H1 I1 L2 P2 R1 S1 V1" },
+        { press<TransferBoard>(transferMenu), "D1 E1 F1 H1 L2 P1 R2 S10 T1 W1 X2 Y1" },
+        { press<DesktopBoard>(desktopMenu), "A1 B1 D1 F1 H1 L2 N3 P1 W1 X1" },
+        { press<XferDualBoard>(xferDualMenu), "A2 B1 D2 F1 G1 H1 I1 J2 L6 M1 N3 P2 R1 T1 U1 V1 W1 X2 Y1" },
+        { press<RemoteBoard>(remoteMenu), "A1 C1 F1 Q1 R4" },
     };
     // Beyond an int a number counts as the nearest one.
     const std::pair<const char*, const char*> sameAs[] = {
@@ -362,9 +309,9 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
         { "99999999999", "2147483647" },
         { "-99999999999", "-2147483648" },
     };
-    for (auto& m : menus)
+    for (auto& [pressKey, keys] : menus)
     {
-        for (auto& token : juce::StringArray::fromTokens(m.keys, false))
+        for (auto& token : juce::StringArray::fromTokens(keys, false))
         {
             const char key = (char) token[0];
             const std::string lines = token.substring(1).toStdString();
@@ -373,11 +320,11 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
                 fields += c - '0';
             for (int at = 0; at < fields; ++at)
             {
-                SCOPED_TRACE(std::string(m.name) + " " + key + " number " + std::to_string(at));
-                const auto reference = m.press(key, answers(lines, (size_t) at, "1"));
-                const auto largest = m.press(key, answers(lines, (size_t) at, "2147483647"));
+                SCOPED_TRACE(std::string(keys) + ": " + key + " number " + std::to_string(at));
+                const auto reference = pressKey(key, answers(lines, (size_t) at, "1"));
+                const auto largest = pressKey(key, answers(lines, (size_t) at, "2147483647"));
                 // Checked by the sanitizers: nothing to compare it with.
-                m.press(key, answers(lines, (size_t) at, "-2147483648"));
+                pressKey(key, answers(lines, (size_t) at, "-2147483648"));
                 // A packed argument that wrapped went out negative, and so
                 // without its digits: either refused, or sent as usual.
                 if (!largest.sent.isEmpty())
@@ -389,8 +336,8 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
                 }
                 for (auto& [typed, nearest] : sameAs)
                 {
-                    const auto beyond = m.press(key, answers(lines, (size_t) at, typed));
-                    const auto within = m.press(key, answers(lines, (size_t) at, nearest));
+                    const auto beyond = pressKey(key, answers(lines, (size_t) at, typed));
+                    const auto within = pressKey(key, answers(lines, (size_t) at, nearest));
                     EXPECT_EQ(within.sent, beyond.sent) << typed;
                     EXPECT_EQ(within.printed, beyond.printed) << typed;
                 }
@@ -401,18 +348,17 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
 
 TEST(ConsoleAnswers, TypedTextReachesTheBoardAsItsBytes)
 {
-    const auto diskpack = numericMenu<DiskpackBoard>("diskpack", diskpackMenu, "");
-    const auto transfer = numericMenu<TransferBoard>("transfer", transferMenu, "");
+    const auto diskpack = press<DiskpackBoard>(diskpackMenu), transfer = press<TransferBoard>(transferMenu);
     const struct
     {
-        const NumericMenu& menu;
+        const Press& press;
         char key;
         std::string typed;
         std::vector<std::string> sent;
     } cases[] = {
         { diskpack, 'D', "caf\xE9\n", { "Dcaf\xE9" } },
         { diskpack, 'W', "3 \xC3\xA9\n", { "P03", "W \xC3\xA9" } },
-        { numericMenu<RemoteBoard>("remote", remoteMenu, ""), 'M', "\xC3\xA9\xE9\n", { "M\xC3\xA9\xE9" } },
+        { press<RemoteBoard>(remoteMenu), 'M', "\xC3\xA9\xE9\n", { "M\xC3\xA9\xE9" } },
         { transfer, 'S', "2\n500605BCDA10000\xE9\n", { "S2500605BCDA10000\xE9" } },
         // Sixteen characters but seventeen bytes: not an address.
         { transfer, 'S', "2\n500605BCDA10000\xC3\xA9\n", {} },
@@ -420,7 +366,7 @@ TEST(ConsoleAnswers, TypedTextReachesTheBoardAsItsBytes)
     for (auto& c : cases)
     {
         std::vector<std::string> sent;
-        for (auto& line : c.menu.press(c.key, c.typed).sent)
+        for (auto& line : c.press(c.key, c.typed).sent)
             sent.emplace_back(line.toRawUTF8());
         EXPECT_EQ(c.sent, sent) << c.typed;
     }

@@ -3,44 +3,29 @@
 
 namespace
 {
-/** A diskpack EEPROM behind the board: W writes count bytes at an address,
-    R reads a whole 32-byte page back. */
+/** A diskpack EEPROM behind the board that reads back each written page, or
+    refuses one, or spoils its byte 5. */
 struct DiskpackEeprom
 {
-    std::vector<unsigned char> memory = std::vector<unsigned char>(4096, 0);
-    int spoilAddress = -1;
-    int failReadAddress = -1;
-    int failWriteAddress = -1;
+    std::map<int, std::string> pages;
+    int spoilPage = -1, failReadPage = -1, failWritePage = -1;
 
     std::optional<std::vector<std::string>> operator()(const std::string& line)
     {
-        auto byteAt = [&](size_t i) { return std::stoi(line.substr(i, 2), nullptr, 16); };
-        if (line[0] == 'W' && line.size() >= 7)
-        {
-            const int addr = ((byteAt(1) & 15) << 8) | byteAt(3);
-            const int count = byteAt(5);
-            if (addr == failWriteAddress)
-                return std::vector<std::string> { "N" };
-            for (int i = 0; i < count; ++i)
-                memory[(size_t) (addr + i)] = (unsigned char) byteAt(7 + 2 * (size_t) i);
-            return std::vector<std::string> { "OK" };
-        }
-        if (line[0] == 'R' && line.size() == 7)
-        {
-            const int arg = std::stoi(line.substr(1), nullptr, 16);
-            const int addr = (arg >> 8) & 0xFFF;
-            if (addr == failReadAddress)
-                return std::vector<std::string> { "N" };
-            std::string reply = "R";
-            for (int a = addr; a < addr + 32; ++a)
-                reply += hex2(a == spoilAddress ? memory[(size_t) a] ^ 0xFF : memory[(size_t) a]);
-            return std::vector<std::string> { reply };
-        }
-        return std::nullopt;
+        // After the letter: which and the address in two bytes, the count, the data.
+        const bool write = line[0] == 'W' && line.size() == 7 + 64, read = line[0] == 'R' && line.size() == 7;
+        if (!write && !read)
+            return std::nullopt;
+        const int page = (std::stoi(line.substr(1, 4), nullptr, 16) & 0xFFF) / 32;
+        if (write)
+            pages[page] = line.substr(7);
+        auto data = pages[page];
+        if (page == spoilPage)
+            data.replace(10, 2, "9A");
+        const bool fail = page == (write ? failWritePage : failReadPage);
+        return std::vector<std::string> { fail ? "N" : write ? "OK" : "R" + data };
     }
 };
-
-const std::string eepromTestPrompt = "Test diskpack EEPROM (which): ";
 
 struct XferDualConsole : SerialConsoleTest
 {
@@ -48,7 +33,7 @@ struct XferDualConsole : SerialConsoleTest
 };
 }
 
-TEST_F(XferDualConsole, EveryKeyReachesTheWireAndPrintsItsLine)
+TEST_F(XferDualConsole, KeysAndEventsPrintTheirLines)
 {
     std::vector<std::pair<std::string, std::vector<std::string>>> clearFrames;
     for (int phy = 0; phy < 36; ++phy)
@@ -58,6 +43,7 @@ TEST_F(XferDualConsole, EveryKeyReachesTheWireAndPrintsItsLine)
         { 'A', { { "Get disk SAS address (which, disk): ", "1 0" } },
           { { "E03C0043044", { "R10000001" } }, { "E05C0043078", { "R5000C500AABBCCDD" } } },
           "Diskpack 1 disk 0 address: 5000c500aabbccdd\n" },
+        { 'A', { { "Get disk SAS address (which, disk): ", "2 0" } }, {}, "Failed\n" },
         { 'B', { { "Phy: ", "35" } }, { { "E03C0063730", { "R0000000A" } } }, "Phy 35 errors 10\n" },
         { 'C', {}, clearFrames, "Error counts cleared\n" },
         { 'D', { { "Diskpack power (which, on): ", "1 1" } }, { { "D11", {} } } },
@@ -74,67 +60,25 @@ TEST_F(XferDualConsole, EveryKeyReachesTheWireAndPrintsItsLine)
           "System temperature Min: 10 Max: 30\n" },
         { 'M', { { "Which zone (0-1 = diskpacks, 2 = system): ", "5" } }, { { "M5", { "RF619" } } },
           "Diskpack 1 temperature Min: -10 Max: 25\n" },
+        { 'M', { { "Which zone (0-1 = diskpacks, 2 = system): ", "0" } }, { { "M0", { "R0102" } } },
+          "Diskpack 0 temperature Min: 1 Max: 2\n" },
         // Typed 1 is 3 Gbit/s and 2 is 6 Gbit/s.
         { 'N', { { "Phy, Min, Max (0=1.5,1=3,2=6): ", "2 1 2" } },
           { { "E03C0042704", { "R12345000" } }, { "E02C0042704123456A9", {} } } },
         { 'O', {}, { { "O", { "R0010" } } }, "Operating hours: 16\n" },
         { 'P', { { "Diskpack temperature check (which, enable): ", "1 1" } }, { { "P11", {} } } },
         { 'R', { { "Enable UART: ", "1" } }, { { "E07", {} } }, "SAS expander reset\n" },
+        { 'R', { { "Enable UART: ", "0" } }, { { "E06", { "N" } } }, "Failed\n" },
         { 'T', { { "System temperature check enable: ", "1" } }, { { "T1", {} } } },
         { 'U', { { "Get diskpack Guid (which): ", "0" } }, { { "U0", { "RPACK-0" } } }, "Diskpack 0 Guid: PACK-0\n" },
         { 'V', { { "Phy: ", "2" } }, { { "E02C004271800000003", {} }, { "E02C004271800000001", {} } } },
         { 'X', { { "Set write protect (which, enable): ", "1 1" } }, { { "X11", {} } } },
         { 'Y', { { "Get write protect (which): ", "1" } }, { { "Y1", { "R1" } } }, "Diskpack 1 is write protected\n" },
-        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Done\n" },
-    });
-}
-
-TEST_F(XferDualConsole, RefusalsBeforeTheWireAndOnIt)
-{
-    runAll({
-        { 'A', { { "Get disk SAS address (which, disk): ", "2 0" } }, {}, "Failed\n" },
-        { 'F', { { "Fan speed (1 for auto, min 85): ", "50" } }, {}, "Failed\n" },
-        { 'R', { { "Enable UART: ", "0" } }, { { "E06", { "N" } } }, "Failed\n" },
         { 'Y', { { "Get write protect (which): ", "0" } }, { { "Y0", { "R0" } } },
           "Diskpack 0 is not write protected\n" },
-        { 'M', { { "Which zone (0-1 = diskpacks, 2 = system): ", "0" } }, { { "M0", { "R0102" } } },
-          "Diskpack 0 temperature Min: 1 Max: 2\n" },
+        { 'Z', { { "Reset eeprom: sure? ", "y" } }, { { "Z", {} } }, "Done\n" },
     });
-}
-
-TEST_F(XferDualConsole, EepromTestPassesOnAGoodDiskpack)
-{
-    ASSERT_NO_FATAL_FAILURE(runScripted('W', DiskpackEeprom(), eepromTestPrompt, "1", "Passed\n"));
-    const auto wire = board->takeReceived();
-    ASSERT_EQ(wire.size(), 32u); // 16 writes, then 16 reads
-    // Page 8 wraps the pattern: its bytes hold 0 to 31 again.
-    EXPECT_EQ(wire[8].substr(0, 13), "W110020000102");
-    EXPECT_EQ(wire[16], "R100020");
-}
-
-TEST_F(XferDualConsole, EepromTestReportsTheFirstDifferenceOfEachPage)
-{
-    DiskpackEeprom eeprom;
-    eeprom.spoilAddress = 3 * 32 + 5;
-    runScripted('W', eeprom, eepromTestPrompt, "0", "Compare fail page 3 byte 05 exp 65 act 9a\nFailed\n");
-}
-
-TEST_F(XferDualConsole, EepromTestVerdictAfterAReadOrWriteFailure)
-{
-    DiskpackEeprom eeprom;
-    eeprom.failReadAddress = 5 * 32;
-    // The pages read before the failure matched, so the verdict stands.
-    ASSERT_NO_FATAL_FAILURE(runScripted('W', eeprom, eepromTestPrompt, "0", "Failed reading page 5\nPassed\n"));
-
-    DiskpackEeprom broken;
-    broken.failWriteAddress = 2 * 32;
-    ASSERT_NO_FATAL_FAILURE(runScripted('W', broken, eepromTestPrompt, "0", "Failed writing page 2\n"));
-    EXPECT_EQ(board->takeReceived().size(), 3u) << "pages 0 to 2 written, no reads after the failure";
-    EXPECT_EQ(console->takeOutput(), "");
-}
-
-TEST_F(XferDualConsole, EventsArePrintedAsTheyArrive)
-{
+    // The firmware's debug text is not printed.
     expectEvents({
         { "t1E28", "Board temp: 30  SAS temp: 40\n" },
         { "p11E", "Diskpack 1 temperature: 30 deg\n" },
@@ -148,4 +92,36 @@ TEST_F(XferDualConsole, EventsArePrintedAsTheyArrive)
         { "j1C8", "Diskpack 1 fan speed: 200\n" },
         { "l11", "Diskpack 1 LED event: on\n" },
     });
+}
+
+TEST_F(XferDualConsole, EepromTestVerdicts)
+{
+    DiskpackEeprom good, spoiled, unreadable, unwritable;
+    spoiled.spoilPage = 3;
+    // The pages read before a failed read matched, so the verdict stands.
+    unreadable.failReadPage = 5;
+    unwritable.failWritePage = 2;
+    const struct
+    {
+        DiskpackEeprom& eeprom;
+        std::string printed;
+    } cases[] = {
+        { good, "Passed\n" },
+        { spoiled, "Compare fail page 3 byte 05 exp 65 act 9a\nFailed\n" },
+        { unreadable, "Failed reading page 5\nPassed\n" },
+        { unwritable, "Failed writing page 2\n" },
+    };
+    for (auto& c : cases)
+    {
+        SCOPED_TRACE(c.printed);
+        ASSERT_NO_FATAL_FAILURE(runScripted('W', c.eeprom, "Test diskpack EEPROM (which): ", "1", c.printed));
+        const auto wire = board->takeReceived();
+        // Sixteen pages written, then read; page 8 wraps the pattern to 0 to 31 again.
+        if (&c.eeprom == &good)
+        {
+            EXPECT_EQ(wire.size(), 32u);
+            EXPECT_EQ(wire.at(8).substr(0, 13), "W110020000102");
+        }
+        EXPECT_EQ(console->takeOutput(), "");
+    }
 }
