@@ -1,7 +1,9 @@
 #include "support/DockHeard.h"
-#include "support/FakeTbtDockDriver.h"
+#include "support/FakeDockRegistry.h"
 #include "support/JucePrinters.h"
 
+#include <climits>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -10,9 +12,91 @@ using namespace boardtest;
 
 namespace
 {
-using Answer = FakeTbtDockDriver::Answer;
 using Entry = DockPlatform::Entry;
 using Node = FakeDockRegistry::Node;
+enum class Answer { reply, noHostComms, replyNotText, propertiesFail, setFails };
+
+/** The Thunderbolt dock driver in the registry: a dock runs each "sendCommand"
+    and publishes the answer under "HostComms"/"reply". It answers "?" with its
+    identity, "@" with its id reply, polls ("&") as scripted or else with
+    nothing, other commands as scripted or else with "OK", and records those
+    others as "<path> <command>". */
+class FakeTbtDockDriver : public FakeDockRegistry
+{
+public:
+    static constexpr const char* dockClass = "com_tarvoworks_driver_TbtDockDriver";
+
+    Entry addDock(const juce::String& path, const juce::String& identity, const juce::String& idReply = "R0", Entry parent = 0)
+    {
+        const Guard g(lock);
+        const auto dock = add(path, parent, juce::String("class:") + dockClass);
+        docks[dock].identity = identity;
+        docks[dock].idReply = idReply;
+        return dock;
+    }
+    void willAnswer(Entry dock, const juce::String& text, Answer answer = Answer::reply)
+    {
+        const Guard g(lock);
+        docks.at(dock).answers.push_back({ answer, text });
+    }
+    void willAnswerPoll(Entry dock, const juce::String& text, Answer answer = Answer::reply)
+    {
+        const Guard g(lock);
+        docks.at(dock).polls.push_back({ answer, text });
+    }
+    int pollsAnswered(Entry dock) const { const Guard g(lock); return docks.at(dock).pollsAnswered; }
+
+    bool getProperties(Entry entry, juce::var& properties) override
+    {
+        const Guard g(lock);
+        const auto dock = docks.find(entry);
+        const auto answer = dock == docks.end() ? Answer::noHostComms : dock->second.current.first;
+        if (answer == Answer::propertiesFail || !FakeDockRegistry::getProperties(entry, properties))
+            return false;
+        if (answer != Answer::noHostComms)
+        {
+            auto* hostComms = new juce::DynamicObject();
+            const auto& text = dock->second.current.second;
+            hostComms->setProperty("reply", answer == Answer::replyNotText ? juce::var(42) : juce::var(text));
+            properties.getDynamicObject()->setProperty("HostComms", juce::var(hostComms));
+        }
+        return true;
+    }
+    Result setProperties(Entry entry, const juce::var& properties) override
+    {
+        const Guard g(lock);
+        const auto found = docks.find(entry);
+        const auto command = properties["sendCommand"];
+        if (found == docks.end() || !command.isString())
+            return resultBadArgument;
+        auto& dock = found->second;
+        const auto text = command.toString();
+        const bool poll = text == "&";
+        if (poll)
+            ++dock.pollsAnswered;
+        else
+            record(nodes.at(entry).path + " " + text);
+        auto& queue = poll ? dock.polls : dock.answers;
+        dock.current = { Answer::reply, text == "?" ? dock.identity : text == "@" ? dock.idReply : poll ? "" : "OK" };
+        if (!queue.empty())
+        {
+            dock.current = queue.front();
+            queue.pop_front();
+        }
+        return dock.current.first == Answer::setFails ? resultNotAttached : success;
+    }
+
+private:
+    using Scripted = std::pair<Answer, juce::String>;
+    struct Dock
+    {
+        juce::String identity, idReply;
+        std::deque<Scripted> answers, polls;
+        int pollsAnswered = 0;
+        Scripted current;
+    };
+    std::map<Entry, Dock> docks;
+};
 
 struct TbtTest : ::testing::Test
 {
@@ -259,6 +343,7 @@ TEST_F(TbtTest, CommandsPutTheirArgumentsOnTheWireAndDecodeTheReplies)
         juce::String result;
     } cases[] = {
         { "EEPROM read of 33 refused", {}, [&] { return single->readDiskpackEeprom(0, 33, page); }, nullptr, "0 0 0" },
+        { "EEPROM read of INT_MIN refused", {}, [&] { return cd2->readDiskpackEeprom(0, INT_MIN, page); }, nullptr, "0 0 0" },
         { "EEPROM read of 8 takes 32", "R" + bytes32, [&] { return single->readDiskpackEeprom(0x1ABC, 8, page); }, "single R0ABC08", "1 0 0" },
         { "EEPROM read of 31 fails", "R" + bytes32.dropLastCharacters(2), [&] { return cd2->readDiskpackEeprom(0x20, 32, page); },
           "cd2 R002020", "0 0 0" },
@@ -293,16 +378,11 @@ TEST_F(TbtTest, CommandsPutTheirArgumentsOnTheWireAndDecodeTheReplies)
 //==============================================================================
 TEST_F(TbtTest, DiskSerialsAreFoundBelowTheDocksNeighbourAndTheUidAtItsThunderboltSwitch)
 {
-    using Change = std::function<void(FakeDockRegistry&, const std::map<std::string, Entry>&)>;
-    const auto edit = [](const char* entry, std::function<void(Node&)> change) -> Change {
-        return [=](FakeDockRegistry& r, const std::map<std::string, Entry>& e) { r.edit(e.at(entry), change); };
+    using Change = std::function<void(Node&)>;
+    const auto set = [](const char* key, juce::var value) -> Change {
+        return [=](Node& n) { n.properties.getDynamicObject()->setProperty(key, value); };
     };
-    const auto set = [](const char* entry, const char* key, juce::var value) -> Change {
-        return [=](FakeDockRegistry& r, const std::map<std::string, Entry>& e) { r.setProperty(e.at(entry), key, value); };
-    };
-    const auto remove = [&](const char* entry, const char* key) {
-        return edit(entry, [=](Node& n) { n.properties.getDynamicObject()->removeProperty(key); });
-    };
+    const auto remove = [](const char* key) -> Change { return [=](Node& n) { n.properties.getDynamicObject()->removeProperty(key); }; };
     const auto characteristics = [](const juce::var& serial) {
         auto* dc = new juce::DynamicObject();
         if (!serial.isVoid())
@@ -312,28 +392,29 @@ TEST_F(TbtTest, DiskSerialsAreFoundBelowTheDocksNeighbourAndTheUidAtItsThunderbo
     const struct
     {
         const char* name;
+        const char* entry; // the one changed, or nullptr
         Change change;
         int disk;
         const char* serial;
         const char* uid; // or nullptr: not found
     } cases[] = {
-        { "first disk, deep in its branch", {}, 0, "WD-0001", "00ab0000cafe1234" },
-        { "second disk, on the branch itself", {}, 1, "ST-0002", "00ab0000cafe1234" },
-        { "no third disk", {}, 2, "", "00ab0000cafe1234" },
-        { "dock gone from its path", edit("dock", [](Node& n) { n.path = "gone"; }), 0, "", nullptr },
-        { "dock without a parent", edit("dock", [](Node& n) { n.parent = 0; }), 0, "", nullptr },
-        { "bridge children unlisted", edit("bridge", [](Node& n) { n.childrenListable = false; }), 0, "", "00ab0000cafe1234" },
-        { "controller children unlisted", edit("sata", [](Node& n) { n.childrenListable = false; }), 1, "", "00ab0000cafe1234" },
-        { "no characteristics", remove("dev0", "Device Characteristics"), 0, "", "00ab0000cafe1234" },
+        { "first disk, deep in its branch", nullptr, {}, 0, "WD-0001", "00ab0000cafe1234" },
+        { "second disk, on the branch itself", nullptr, {}, 1, "ST-0002", "00ab0000cafe1234" },
+        { "no third disk", nullptr, {}, 2, "", "00ab0000cafe1234" },
+        { "dock gone from its path", "dock", [](Node& n) { n.path = "gone"; }, 0, "", nullptr },
+        { "dock without a parent", "dock", [](Node& n) { n.parent = 0; }, 0, "", nullptr },
+        { "bridge children unlisted", "bridge", [](Node& n) { n.childrenListable = false; }, 0, "", "00ab0000cafe1234" },
+        { "controller children unlisted", "sata", [](Node& n) { n.childrenListable = false; }, 1, "", "00ab0000cafe1234" },
+        { "no characteristics", "dev0", remove("Device Characteristics"), 0, "", "00ab0000cafe1234" },
         // The first characteristics end the descent, with a serial or not.
-        { "characteristics without serial", set("port0", "Device Characteristics", characteristics({})), 0, "", "00ab0000cafe1234" },
-        { "serial no text", set("disk1", "Device Characteristics", characteristics(7)), 1, "", "00ab0000cafe1234" },
-        { "negative UID", set("switch", "UID", (juce::int64) -2), 0, "WD-0001", "fffffffffffffffe" },
-        { "no Thunderbolt path", remove("bridge", "Thunderbolt Path"), 0, "WD-0001", nullptr },
-        { "Thunderbolt path leads nowhere", edit("port3", [](Node& n) { n.path = "x"; }), 0, "WD-0001", nullptr },
-        { "port without a parent", edit("port3", [](Node& n) { n.parent = 0; }), 0, "WD-0001", nullptr },
-        { "switch without a UID", remove("switch", "UID"), 0, "WD-0001", nullptr },
-        { "UID no number", set("switch", "UID", "00ab"), 0, "WD-0001", nullptr },
+        { "characteristics without serial", "port0", set("Device Characteristics", characteristics({})), 0, "", "00ab0000cafe1234" },
+        { "serial no text", "disk1", set("Device Characteristics", characteristics(7)), 1, "", "00ab0000cafe1234" },
+        { "negative UID", "switch", set("UID", (juce::int64) -2), 0, "WD-0001", "fffffffffffffffe" },
+        { "no Thunderbolt path", "bridge", remove("Thunderbolt Path"), 0, "WD-0001", nullptr },
+        { "Thunderbolt path leads nowhere", "port3", [](Node& n) { n.path = "x"; }, 0, "WD-0001", nullptr },
+        { "port without a parent", "port3", [](Node& n) { n.parent = 0; }, 0, "WD-0001", nullptr },
+        { "switch without a UID", "switch", remove("UID"), 0, "WD-0001", nullptr },
+        { "UID no number", "switch", set("UID", "00ab"), 0, "WD-0001", nullptr },
     };
     for (const auto& c : cases)
     {
@@ -356,8 +437,8 @@ TEST_F(TbtTest, DiskSerialsAreFoundBelowTheDocksNeighbourAndTheUidAtItsThunderbo
         driver->setProperty(e["switch"], "UID", (juce::int64) 0x00ab0000cafe1234LL);
 
         auto board = openWithoutPoll<TbtSingleBoard>();
-        if (c.change)
-            c.change(*driver, e);
+        if (c.entry != nullptr)
+            driver->edit(e.at(c.entry), c.change);
         juce::String serial = "(untouched)", uid = "(untouched)";
         EXPECT_TRUE(board->getDiskSerialNumber(c.disk, serial));
         EXPECT_EQ(serial, c.serial);
