@@ -332,7 +332,6 @@ TEST_F(TbtTest, CommandsPutTheirArgumentsOnTheWireAndDecodeTheReplies)
     unsigned char page[32] = {};
     unsigned char data[33] = { 0xDE, 0xAD };
     int a = 0, b = 0;
-    bool on = false;
 
     const struct
     {
@@ -351,11 +350,8 @@ TEST_F(TbtTest, CommandsPutTheirArgumentsOnTheWireAndDecodeTheReplies)
         { "EEPROM write", {}, [&] { return single->writeDiskpackEeprom(0x1A45, 2, data); }, "single W0A4502DEAD", "1 0 0" },
         { "rail is signed", "RFFF6", [&] { return single->getVoltageRail(3, a); }, "single G3", "1 -10 0" },
         { "min/max are signed bytes", "RF619", [&] { return cd2->getMinMaxTemperatures(1, a, b); }, "cd2 M1", "1 -10 25" },
-        { "write protect", "R2", [&] { bool ok = single->getDiskpackWriteProtect(on); a = on; return ok; }, "single Y0", "1 1 0" },
         { "single LED clamps, bits 6 and 7", {}, [&] { return single->setDiskpackLed(5, -1, 2, true, true); }, "single LF2", "1 0 0" },
-        { "single LED plain", {}, [&] { return single->setDiskpackLed(1, 2, 3, false, false); }, "single L1B", "1 0 0" },
         { "CD2 LED has no bit 7", {}, [&] { return cd2->setDiskpackLed(4, 3, -7, true); }, "cd2 L7C", "1 0 0" },
-        { "port reset", {}, [&] { return cd2->resetPort(2); }, "cd2 *R2", "1 0 0" },
         { "reset EEPROM refused", "N", [&] { return single->resetEeprom(); }, "single Z", "0 0 0" },
     };
     for (const auto& c : cases)

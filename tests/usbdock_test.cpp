@@ -24,12 +24,6 @@ Driver::Completion status(std::initializer_list<std::pair<int, int>> set)
     return Driver::reply(bytes);
 }
 
-/** Address low, address high and size: how EEPROM blocks start their arguments. */
-Bytes chunkArguments(const CDB16& cdb)
-{
-    return Bytes(cdb.bytes + 2, cdb.bytes + 5);
-}
-
 Driver::Completion failed(DockPlatform::Result result)
 {
     return { result, {}, 3 };
@@ -127,6 +121,7 @@ TEST_F(UsbDock, EepromSpansGoInChunks)
         { true, 0, -1, {}, -1, true, true },
         { true, INT_MAX - 4, 20, {}, -1, false, true },
         { true, INT_MIN, 5, {}, -1, false, true },
+        { true, -1, 5, {}, -1, false, true },
         { true, 0, INT_MAX, {}, -1, false, true },
         { false, 20, 40, { { 20, 12 }, { 32, 28 } }, -1, true, false },
         { false, 5, 3, { { 5, 3 } }, -1, true, false },
@@ -134,6 +129,7 @@ TEST_F(UsbDock, EepromSpansGoInChunks)
         { false, 0, 0, {}, -1, true, false },
         { false, INT_MAX - 4, 20, {}, -1, false, false },
         { false, INT_MIN, 5, {}, -1, false, false },
+        { false, -1, 5, {}, -1, false, false },
         { false, 0xFFF0, INT_MAX, {}, -1, false, false },
     };
     ASSERT_TRUE(open());
@@ -165,7 +161,9 @@ TEST_F(UsbDock, EepromSpansGoInChunks)
         for (size_t i = 0; i < blocks.size(); offset += (size_t) c.chunks[i++].second)
         {
             const auto [address, size] = c.chunks[i];
-            EXPECT_EQ(chunkArguments(blocks[i].cdb), (Bytes { (uint8_t) address, (uint8_t) (address >> 8), (uint8_t) size }));
+            // Address low, address high and size start an EEPROM block's arguments.
+            EXPECT_EQ(Bytes(blocks[i].cdb.bytes + 2, blocks[i].cdb.bytes + 5),
+                      (Bytes { (uint8_t) address, (uint8_t) (address >> 8), (uint8_t) size }));
             EXPECT_EQ(blocks[i].replyLength, c.write ? 16u : 48u);
             for (size_t b = 0; b < (size_t) size; ++b)
                 EXPECT_EQ(c.write ? blocks[i].cdb.bytes[5 + b] : read[offset + b],
@@ -192,9 +190,6 @@ TEST_F(UsbDock, EachReplyIsParsedFromItsOwnBytes)
     };
     const auto plain = [&](std::function<bool(XferDock&)> op) -> Call { return [=](XferDock& d) { return shown(op(d), {}); }; };
     const auto serial = [&](int disk) { return text([disk](XferDock& d, juce::String& s) { return d.getDiskSerialNumber(disk, s); }); };
-    const auto rail3V3 = number([](XferDock& d, int& n) { return d.getVoltageRail(XferDockVoltageRail::diskpack3V3, n); });
-    const auto protection = [&](XferDock& d) { bool wp = false; const bool ok = d.getDiskpackWriteProtect(wp); return shown(ok, wp ? "yes" : "no"); };
-    const auto packId = number([](XferDock& d, int& n) { return d.getDiskpackId(n); });
 
     const struct
     {
@@ -211,12 +206,14 @@ TEST_F(UsbDock, EachReplyIsParsedFromItsOwnBytes)
           text([](XferDock& d, juce::String& s) { return d.getDiskpackGuid(s); }), "1 2801020304050aff", {}, 16, {} },
         { "firmware revision", 0x05, { 0x05, 1, 12, 3 },
           text([](XferDock& d, juce::String& s) { return d.getFirmwareRevision(s); }), "1 1.12.3", {}, 32, {} },
-        { "rail without U", 0x0F, { 0x0F, 'N', 0xE4, 0x0C }, rail3V3, "0 -1", { 1 }, 16, {} },
-        { "write protection unknown", 0x06, { 0x06, 'N', 1 }, protection, "0 no", {}, 16,
-          { "Diskpack write protection cannot be determined." } },
+        { "rail without U", 0x0F, { 0x0F, 'N', 0xE4, 0x0C },
+          number([](XferDock& d, int& n) { return d.getVoltageRail(XferDockVoltageRail::diskpack3V3, n); }), "0 -1", { 1 }, 16, {} },
+        { "write protection unknown", 0x06, { 0x06, 'N', 1 }, plain([](XferDock& d) { bool wp = false; return d.getDiskpackWriteProtect(wp) || wp; }),
+          "0 ", {}, 16, { "Diskpack write protection cannot be determined." } },
         { "protect refused", 0x07, { 0x07, 0 }, plain([](XferDock& d) { return d.setDiskpackWriteProtect(false); }), "0 ", { 0 },
           16, { "Diskpack write protection cannot be set." } },
-        { "diskpack id invalid", 0x0D, { 0x0D, 'N', 2 }, packId, "0 -1", {}, 16, { "Diskpack ID is invalid." } },
+        { "diskpack id invalid", 0x0D, { 0x0D, 'N', 2 }, number([](XferDock& d, int& n) { return d.getDiskpackId(n); }), "0 -1", {}, 16,
+          { "Diskpack ID is invalid." } },
         { "disk serial", 0x0E, { 0x0E, 1, 'U', 4, 'W', 'D', '4', '2', 'X' }, serial(1), "1 WD42", { 1 }, 32, {} },
         { "disk serial of the other disk", 0x0E, { 0x0E, 0, 'U', 4, 'W', 'D' }, serial(1), "0 ", { 1 }, 32, { "Error in serial number" } },
         { "disk serial without U", 0x0E, { 0x0E, 0, 'N', 4, 'W', 'D' }, serial(0), "0 ", { 0 }, 32, { "Error in serial number" } },
