@@ -378,7 +378,9 @@ TEST_F(TbtTest, DiskSerialsAreFoundBelowTheDocksNeighbourAndTheUidAtItsThunderbo
     const auto set = [](const char* key, juce::var value) -> Change {
         return [=](Node& n) { n.properties.getDynamicObject()->setProperty(key, value); };
     };
-    const auto remove = [](const char* key) -> Change { return [=](Node& n) { n.properties.getDynamicObject()->removeProperty(key); }; };
+    const auto remove = [](const char* key) -> Change {
+        return [=](Node& n) { n.properties.getDynamicObject()->removeProperty(key); };
+    };
     const auto characteristics = [](const juce::var& serial) {
         auto* dc = new juce::DynamicObject();
         if (!serial.isVoid())

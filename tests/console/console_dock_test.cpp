@@ -330,8 +330,9 @@ TEST_F(DockConsoleTest, ThunderboltAutotestAnsweredYesPasses)
     console->line("77");
     ASSERT_TRUE(console->waitFor("\n\n******** AUTOTEST PASS ********\n\n"));
     const auto out = console->output();
-    for (const char* part : { "Begin TbtCd2 autotest.\n\n", "\n(Test 1/14) Diskpack insertion test:\n", "\n(Test 11/14) Fan tests:\n",
-                              "\n(Test 13/14) Dock serial number read test:\n", "Passed\n", "Diskpack write protect disabled\n" })
+    for (const char* part : { "Begin TbtCd2 autotest.\n\n", "\n(Test 1/14) Diskpack insertion test:\n",
+                              "\n(Test 11/14) Fan tests:\n", "\n(Test 13/14) Dock serial number read test:\n", "Passed\n",
+                              "Diskpack write protect disabled\n" })
         EXPECT_NE(out.find(part), std::string::npos) << part;
     const auto wire = newCommands(1);
     EXPECT_EQ(wire.back(), "tbt 0 L0C");
