@@ -386,41 +386,31 @@ TEST_F(UsbDock, OpeningPicksTheDockByIndexFromOneRecordPerDeviceAndReadsItsFirmw
 }
 
 //==============================================================================
-TEST_F(UsbDock, TheWatchClosesTheBoardOnlyOnceACommandFoundTheDockGone)
-{
-    ASSERT_TRUE(open());
-    // A failing presence query is only reported; the board stays open.
-    driver->setScalarResult(USBDockSCSIDeviceHandler::presentCommand, DockPlatform::resultNotAttached);
-    const juce::String notPresent = "Device is not present - code e00002d9 - ignoring";
-    ASSERT_TRUE(waitUntil([&] { const auto l = log.lines(); return std::count(l.begin(), l.end(), notPresent) >= 3; }, 10000));
-    EXPECT_TRUE(dock->boardIsOpen());
-
-    driver->answer(0x0A, failed(DockPlatform::resultNotAttached));
-    int degrees = 0;
-    EXPECT_FALSE(dock->getDiskpackTemp(degrees));
-    EXPECT_TRUE(waitUntil([&] { return !dock->boardIsOpen() && !dock->isThreadRunning(); }, 10000));
-}
-
-TEST_F(UsbDock, OneFailedStatusUpdateEndsThePollUntilReopened)
+TEST_F(UsbDock, ThePollStopsAtAFailedUpdateTheWatchOnlyReportsAndLateRepliesAreFreed)
 {
     ASSERT_TRUE(open(20));
+    // One failed status update ends the poll until the board is reopened.
     const auto statusRequests = [&] { return driver->blocks(0x00).size(); };
     ASSERT_TRUE(waitUntil([&] { return statusRequests() >= 2; }, 10000));
-
     driver->answer(0x00, { DockPlatform::success, { 0x00 }, 2 });
     ASSERT_TRUE(waitUntil([&] { return !dock->isStatusPolling(); }, 10000));
     const auto whenStopped = statusRequests();
     EXPECT_TRUE(dock->boardIsOpen());
-
     driver->answer(0x00, status({}));
     ASSERT_TRUE(reopen());
     EXPECT_TRUE(waitUntil([&] { return statusRequests() >= whenStopped + 2; }, 10000));
     EXPECT_TRUE(dock->isStatusPolling());
-}
 
-TEST_F(UsbDock, RepliesArrivingAfterTheBoardWentAreFreed)
-{
-    ASSERT_TRUE(open());
+    // A failing presence query is only reported; the board closes once a command finds the dock gone.
+    driver->setScalarResult(USBDockSCSIDeviceHandler::presentCommand, DockPlatform::resultNotAttached);
+    const juce::String notPresent = "Device is not present - code e00002d9 - ignoring";
+    ASSERT_TRUE(waitUntil([&] { const auto l = log.lines(); return std::count(l.begin(), l.end(), notPresent) >= 3; }, 10000));
+    EXPECT_TRUE(dock->boardIsOpen());
+    driver->answer(0x0A, failed(DockPlatform::resultNotAttached));
+    int degrees = 0;
+    EXPECT_FALSE(dock->getDiskpackTemp(degrees));
+    EXPECT_TRUE(waitUntil([&] { return !dock->boardIsOpen() && !dock->isThreadRunning(); }, 10000));
+
     XferDock* gone = dock.get();
     dock.reset();
     USBDockBoard::commandCallback(gone, true, new unsigned char[4] { 0x0A, 1, 2, 3 }, 4);
