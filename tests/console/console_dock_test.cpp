@@ -380,19 +380,14 @@ TEST_F(DockConsoleTest, ThunderboltRailBoundsAndANoFailTheRunAndItsRecord)
                                           "Diskpack EEPROM read/write test=PASS", "Diskpack write-protect test=PASS",
                                           "Diskpack LED colour tests=FAIL", "Dock serial number read test=PASS",
                                           "Dock serial number write test=PASS" }));
-    const auto rail = findStep(record, "Voltage rail test")["measurements"][3];
-    EXPECT_EQ(rail["name"].toString(), "rail 1V05");
-    EXPECT_EQ((int) rail["value"], 997);
-    EXPECT_EQ(rail["unit"].toString(), "mV");
-    EXPECT_DOUBLE_EQ((double) rail["lowerLimit"], 997.5);
-    EXPECT_DOUBLE_EQ((double) rail["upperLimit"], 1102.5);
-    const auto red = findStep(record, "Diskpack LED colour tests")["questions"][0];
-    EXPECT_EQ(red["question"].toString(), "Is the LED currently RED?");
-    EXPECT_EQ(red["answer"].toString(), "n");
-    EXPECT_FALSE((bool) red["yes"]);
-    const auto id = findStep(record, "Diskpack id test")["measurements"][0];
-    EXPECT_EQ((int) id["value"], 1);
-    EXPECT_EQ((int) id["upperLimit"], 2);
+    const auto entry = [&](const char* step, const char* list, int i) {
+        return juce::JSON::toString(findStep(record, step)[list][i], true);
+    };
+    EXPECT_EQ(entry("Voltage rail test", "measurements", 3),
+              R"({"name": "rail 1V05", "value": 997, "unit": "mV", "lowerLimit": 997.5, "upperLimit": 1102.5})");
+    EXPECT_EQ(entry("Diskpack LED colour tests", "questions", 0),
+              R"({"question": "Is the LED currently RED?", "answer": "n", "yes": false})");
+    EXPECT_EQ(entry("Diskpack id test", "measurements", 0), R"({"name": "diskpack id", "value": 1, "lowerLimit": 0, "upperLimit": 2})");
 }
 
 TEST_F(DockConsoleTest, UsbAutotestRecordsAPassAndAFail)
