@@ -2,46 +2,33 @@
 // emulated by docksim, with the emulator's log of every command it received.
 #include "console/ConsoleSession.h"
 #include "console/dock/DockConsole.h"
-#include "docks/thunderbolt/TbtCd2Board.h"
-#include "docks/usb/XferDock.h"
 #include "support/SimProcess.h"
 
 #include <juce_core/juce_core.h>
 
-#include <climits>
 #include <cstdlib>
-#include <functional>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
-struct Prompted
-{
-    std::string prompt, answer;
-};
-
-/** One key: its prompts and answers, the commands the dock must receive (as
-    docksim logs them, status polls left out) and what the console prints
-    after the last answer. */
+/** One key: its prompts and answers, the commands docksim logs for it (polls left out) and what is printed last. */
 struct DockKeyCase
 {
     char key;
-    std::vector<Prompted> answers;
+    std::vector<std::pair<std::string, std::string>> answers;
     std::vector<std::string> wire;
     std::string printed;
 };
 
-bool isPoll(const std::string& line)
+bool isPoll(const std::string& line) // the USB dock's status poll, the Thunderbolt docks' event poll
 {
-    // The status poll of the USB dock and the event poll of the Thunderbolt docks.
     return line.rfind("cdb DE00", 0) == 0 || (line.rfind("tbt ", 0) == 0 && line.size() > 5 && line.substr(5) == " &");
 }
 
 class DockConsoleTest : public ::testing::Test
 {
 protected:
-    /** docksim with one dock of `letter` (and `simArgs`), then avrtest. */
     void startSim(const std::string& letter, const std::vector<std::string>& simArgs = {})
     {
         socket = dir.path() + "/docksim.sock";
@@ -61,15 +48,13 @@ protected:
     }
 
     /** A fresh docksim and console; those of a previous case are ended first. */
-    void start(const std::string& letter, const std::vector<std::string>& simArgs = {})
+    void start(const std::string& letter)
     {
         console.reset();
         sim.reset();
-        startSim(letter, simArgs);
+        startSim(letter);
         ASSERT_NO_FATAL_FAILURE(startConsole({ letter, "0" }));
-        // A Thunderbolt dock's opening state arrives through its event poll;
-        // once drained, no event line can fall between the lines a test
-        // expects together.
+        // Drain a Thunderbolt dock's opening events, so none falls between lines expected together.
         if (letter != "s")
         {
             ASSERT_TRUE(waitUntil([&] { return sim->control("check events 0") == "ok"; }, ConsoleSession::deadlineMs));
@@ -107,8 +92,8 @@ protected:
             ASSERT_TRUE(console->key(c.key));
             for (const auto& a : c.answers)
             {
-                ASSERT_TRUE(console->waitFor(a.prompt)) << console->output();
-                console->line(a.answer);
+                ASSERT_TRUE(console->waitFor(a.first)) << console->output();
+                console->line(a.second);
             }
             EXPECT_TRUE(console->waitFor(c.printed)) << console->takeOutput();
             EXPECT_EQ(newCommands(c.wire.size()), c.wire);
@@ -116,8 +101,7 @@ protected:
         }
     }
 
-    /** Answers every yes/no question of an autotest until `last` is asked,
-        which is left for the caller. */
+    /** Answers every yes/no question until `last` is asked, which is left for the caller. */
     void answerAll(const std::string& answer, const std::string& last)
     {
         for (;;)
@@ -132,11 +116,8 @@ protected:
     /** The Thunderbolt autotest's diskpack insertion and eject questions. */
     void answerFirstTwo()
     {
-        for (int i = 0; i < 2; ++i)
-        {
-            ASSERT_TRUE(console->waitFor("[y/n] > "));
-            console->line("y");
-        }
+        answerAll("y", "eject button and confirm success... [y/n] > ");
+        console->line("y");
     }
 
     /** An empty directory for the autotest records, given to the console. */
@@ -149,11 +130,16 @@ protected:
         return records;
     }
 
+    // Under ASan a console that sizes its buffers by a typed count crashes rather than taking gigabytes.
+    void SetUp() override { setenv("ASAN_OPTIONS", (asanOptions + ":max_allocation_size_mb=64").c_str(), 1); }
     void TearDown() override
     {
+        setenv("ASAN_OPTIONS", asanOptions.c_str(), 1);
         unsetenv("AVRTEST_DOCKSIM");
         unsetenv("AVRTEST_RECORD_DIR");
     }
+
+    const std::string asanOptions = getenv("ASAN_OPTIONS") != nullptr ? getenv("ASAN_OPTIONS") : "";
 
     TempDevDir dir;
     std::string socket;
@@ -167,43 +153,39 @@ std::string cdb(const std::string& head)
     return "cdb " + head + std::string(32 - head.size(), '0');
 }
 
-const std::string tbtBanner = "\n\n******** AUTOTEST PASS ********\n\n";
 }
 
 //==============================================================================
-TEST_F(DockConsoleTest, UsbDockKeys)
+TEST_F(DockConsoleTest, DockKeys)
 {
-    start("s");
-    ASSERT_EQ(sim->control("rail 0 12000"), "ok");
-    runKeys({
-        { 'G', { { "Get voltage rail (12V=0, disk 3V3=1): ", "0" } }, { cdb("DE0F00") }, "Voltage: 12000 mV\n" },
-        { 'I', {}, { cdb("DE0D") }, "Diskpack ID: 1\n" },
-        { 'U', {}, { cdb("DE04") }, "Diskpack Guid: 2853494d000d0000\n" },
-        { 'P', {}, { cdb("DE0A") }, "Diskpack temperature: 30 deg\n" },
-        { 'X', { { "Set Diskpack write protect: ", "1" } }, { cdb("DE0701") }, "" },
-        { 'Y', {}, { cdb("DE06") }, "Diskpack is write protected\n" },
-        { 'L', { { "Set Diskpack LED (r,g,b,flash,activity): ", "1 2 3 0 1" } }, { cdb("DE020102030001") }, "" },
-        { 'E', { { "Set Dock LED (auto, r,g,b,flash): ", "0 9 8 7 1" } }, { cdb("DE10000908070100") }, "" },
-        { 'S', { { "Get disk serial (disk 0/1): ", "1" } }, { cdb("DE0E01") }, "Disk 1 serial number is SIMDISK01Z0\n" },
-        { 's', {}, {}, "Dock serial number: XD100000\n" },
-        { 'l', {}, {}, "Dock location: 0x14200000\n" },
-        { 'w', { { "Write diskpack EEPROM (addr, numBytes): ", "0 15" } },
-          { cdb("DE0B00000B000102030405060708090A"), cdb("DE0B0B000B0B0C0D0E"), cdb("DE0C00000F") },
-          "15 bytes written/read OK at address 0x0000\n" },
-    });
-    ASSERT_TRUE(console->key('x'));
-    EXPECT_EQ(console->exitStatus(), 0);
-}
-
-TEST_F(DockConsoleTest, ThunderboltKeys)
-{
-    struct Dock
+    const std::string eeprom = "Write diskpack EEPROM (addr, numBytes): ";
+    const struct
     {
-        std::string letter;
+        std::string letter, reading, fault; // the fault makes every request fail, so that no poll takes it
         std::vector<DockKeyCase> keys;
-    };
-    const std::vector<Dock> docks {
-        { "m",
+        DockKeyCase refused; // once the fault is set
+    } docks[] = {
+        { "s", "rail 0 12000", "io-error=always",
+          { { 'G', { { "Get voltage rail (12V=0, disk 3V3=1): ", "0" } }, { cdb("DE0F00") }, "Voltage: 12000 mV\n" },
+            { 'I', {}, { cdb("DE0D") }, "Diskpack ID: 1\n" },
+            { 'U', {}, { cdb("DE04") }, "Diskpack Guid: 2853494d000d0000\n" },
+            { 'P', {}, { cdb("DE0A") }, "Diskpack temperature: 30 deg\n" },
+            { 'X', { { "Set Diskpack write protect: ", "1" } }, { cdb("DE0701") }, "" },
+            { 'Y', {}, { cdb("DE06") }, "Diskpack is write protected\n" },
+            { 'L', { { "Set Diskpack LED (r,g,b,flash,activity): ", "1 2 3 0 1" } }, { cdb("DE020102030001") }, "" },
+            { 'E', { { "Set Dock LED (auto, r,g,b,flash): ", "0 9 8 7 1" } }, { cdb("DE10000908070100") }, "" },
+            { 'S', { { "Get disk serial (disk 0/1): ", "1" } }, { cdb("DE0E01") }, "Disk 1 serial number is SIMDISK01Z0\n" },
+            { 's', {}, {}, "Dock serial number: XD100000\n" },
+            { 'l', {}, {}, "Dock location: 0x14200000\n" },
+            { 'w', { { eeprom, "0 15" } },
+              { cdb("DE0B00000B000102030405060708090A"), cdb("DE0B0B000B0B0C0D0E"), cdb("DE0C00000F") },
+              "15 bytes written/read OK at address 0x0000\n" },
+            // Numbers out of all reason are refused before anything is sent.
+            { 'w', { { eeprom, "2147483647 2" } }, {}, "Failed\n" },
+            { 'w', { { eeprom, "-99999999999 5" } }, {}, "Failed\n" },
+            { 'w', { { eeprom, "0 99999999999" } }, {}, "Failed\n" } },
+          { 'I', {}, { cdb("DE0D") }, "Failed\n" } },
+        { "m", "rail 3 1050", "nack=always",
           { { 'G', { { "Rail (0-4=12V,5V0,3V3,1V05,3V3_AVR): ", "3" } }, { "tbt 0 G3" }, "Voltage: 1050 mV\n" },
             { 'I', {}, { "tbt 0 I" }, "Diskpack ID: 1\n" },
             { 'S', { { "Set serial number: 0040", "1234" } }, { "tbt 0 S04D2" }, "Serial number set to 00401234\n" },
@@ -217,22 +199,28 @@ TEST_F(DockConsoleTest, ThunderboltKeys)
             { 'P', { { "Diskpack temperature check (enable): ", "1" } }, { "tbt 0 P1" }, "" },
             { 'T', { { "Dock temperature check enable: ", "0" } }, { "tbt 0 T0" }, "" },
             { 'Z', { { "Reset eeprom: sure? ", "y" } }, { "tbt 0 Z" }, "" },
-            { '\\', { { "Type id (0, 1, 4, 9, 10): ", "10" } }, { "tbt 0 tA" }, "ok\n" } } },
-        { "n",
+            { '\\', { { "Type id (0, 1, 4, 9, 10): ", "10" } }, { "tbt 0 tA" }, "ok\n" } },
+          { 'O', {}, { "tbt 0 O" }, "Failed\n" } },
+        { "n", "rail 3 1050", "nack=always",
           { { 'G', { { "Rail (0-6=Supply,12V,3V3_AVR,5V0,3V3,1V8,0V9): ", "6" } }, { "tbt 0 G6" },
               "Voltage: 903 mV\n" },
             { 'L', { { "Set Diskpack LED (r,g,b,flash): ", "0 3 0 1" } }, { "tbt 0 L4C" }, "" },
             { 'F', { { "Fan speed (1=auto, min 0): ", "128" } }, { "tbt 0 F80" }, "" },
             { 'R', { { "Reset Port (0-3): ", "2" } }, { "tbt 0 *R2" }, "" },
             { 'S', { { "Set serial number: 0063", "42" } }, { "tbt 0 S002A" }, "Serial number set to 00630042\n" },
-            { '\\', { { "Type id (4=4x2, 5=2x4, 6=1x8): ", "5" } }, { "tbt 0 t5" }, "ok\n" } } },
+            { '\\', { { "Type id (4=4x2, 5=2x4, 6=1x8): ", "5" } }, { "tbt 0 t5" }, "ok\n" },
+            { 'R', { { "Reset Port (0-3): ", "99999999999" } }, {}, "Failed\n" },
+            { 'R', { { "Reset Port (0-3): ", "-2147483648" } }, {}, "Failed\n" } },
+          { 'F', { { "Fan speed (1=auto, min 0): ", "1" } }, { "tbt 0 F01" }, "Failed\n" } },
     };
     for (const auto& d : docks)
     {
         SCOPED_TRACE(d.letter);
         start(d.letter);
-        ASSERT_EQ(sim->control("rail 3 1050"), "ok");
+        ASSERT_EQ(sim->control(d.reading), "ok");
         runKeys(d.keys);
+        ASSERT_EQ(sim->control("fault " + d.fault), "ok");
+        runKeys({ d.refused });
         ASSERT_TRUE(console->key('x'));
         EXPECT_EQ(console->exitStatus(), 0);
     }
@@ -256,99 +244,47 @@ TEST_F(DockConsoleTest, HelpListsTheKeysButNotTheBackslashAndUnknownKeysShowIt)
     EXPECT_TRUE(newCommands(0).empty());
 }
 
-TEST_F(DockConsoleTest, AFailedOperationPrintsFailed)
-{
-    struct Case
-    {
-        std::string letter, fault;
-        DockKeyCase key;
-    };
-    const std::vector<Case> cases {
-        { "m", "nack=always", { 'O', {}, { "tbt 0 O" }, "Failed\n" } },
-        { "n", "nack=always", { 'F', { { "Fan speed (1=auto, min 0): ", "1" } }, { "tbt 0 F01" }, "Failed\n" } },
-        { "s", "io-error=always", { 'I', {}, { cdb("DE0D") }, "Failed\n" } },
-    };
-    // Every request fails from here on, so that neither poll takes the fault.
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.letter);
-        start(c.letter);
-        ASSERT_EQ(sim->control("fault " + c.fault), "ok");
-        runKeys({ c.key });
-    }
-}
-
-TEST_F(DockConsoleTest, CheckModeOnlyOpensTheDock)
+// In a child: the type prompt is reached only by entering the dock console without a type.
+TEST_F(DockConsoleTest, CheckModeAndTheTypeAndIdPrompts)
 {
     startSim("n", { "--id", "2" });
     const struct
     {
-        std::vector<std::string> args;
-        std::string printed;
-        int status;
-    } cases[] = {
-        { { "n", "2", "c" }, "Thunderbolt CD2 Dock 1.0.0\n", 0 },
-        { { "n", "1", "c" }, "Failed to find Thunderbolt CD2 Dock board id 1!\n", 255 },
-        { { "s", "0", "check" }, "Failed to find USB 3.0 Dock board id 0!\n", 255 },
-        { { "n", "1" }, "Failed to find Thunderbolt CD2 Dock board id 1!\n", 255 },
-    };
-    for (const auto& c : cases)
-    {
-        ConsoleSession run(c.args);
-        EXPECT_EQ(run.exitStatus(), c.status);
-        const auto out = run.output();
-        EXPECT_NE(out.find("Hardware Test Utility\n"), std::string::npos);
-        EXPECT_EQ(out.substr(out.size() - std::min(out.size(), c.printed.size())), c.printed);
-    }
-}
-
-TEST_F(DockConsoleTest, TypeAndIdPrompts)
-{
-    // The command line always names the dock, so the type prompt is reached
-    // only by entering the dock console without one.
-    const struct
-    {
         std::vector<const char*> argv;
         std::string typed, printed;
+        int status;
     } cases[] = {
+        { { "avrtest", "n", "2", "c" }, "", "Thunderbolt CD2 Dock 1.0.0\n", 0 },
+        { { "avrtest", "n", "1", "c" }, "", "Failed to find Thunderbolt CD2 Dock board id 1!\n", 255 },
+        { { "avrtest", "s", "0", "check" }, "", "Failed to find USB 3.0 Dock board id 0!\n", 255 },
+        { { "avrtest", "n", "1" }, "", "Failed to find Thunderbolt CD2 Dock board id 1!\n", 255 },
         { { "avrtest" }, "?\nq\nn\n",
           "Enter hardware type (? for list)\ns    USB 3.0 Transfer Dock\nm    Thunderbolt Single Dock\nn    "
           "Thunderbolt CD2 Dock\nEnter hardware type (? for list)\nUnknown hardware type\ns    USB 3.0 Transfer "
           "Dock\nm    Thunderbolt Single Dock\nn    Thunderbolt CD2 Dock\nEnter hardware type (? for "
-          "list)\nFailed to find Thunderbolt CD2 Dock board id 0!\n" },
-        { { "avrtest", "\xc3\xa9" }, "s\n", "Enter hardware type (? for list)\nFailed to find USB 3.0 Dock board id 0!\n" },
+          "list)\nFailed to find Thunderbolt CD2 Dock board id 0!\n", 255 },
+        { { "avrtest", "\xc3\xa9" }, "s\n", "Enter hardware type (? for list)\nFailed to find USB 3.0 Dock board id 0!\n", 255 },
         { { "avrtest", "m", "two" }, "x\n-1\n 7 \n",
           "Enter board ID\nInvalid input: enter an integer.\nEnter board ID\nEnter board ID\nFailed to find "
-          "Thunderbolt Single Dock board id 7!\n" },
+          "Thunderbolt Single Dock board id 7!\n", 255 },
     };
     for (const auto& c : cases)
     {
-        SCOPED_TRACE(c.typed);
-        int in[2], out[2];
-        ASSERT_EQ(pipe(in), 0);
-        ASSERT_EQ(pipe(out), 0);
+        SCOPED_TRACE(::testing::PrintToString(c.argv) + " typed " + c.typed);
+        const auto typed = dir.path() + "/typed", printedFile = dir.path() + "/printed";
+        ASSERT_TRUE(juce::File(typed).replaceWithText(c.typed));
         const pid_t pid = fork();
         if (pid == 0)
         {
-            dup2(in[0], 0);
-            dup2(out[1], 1);
-            unsetenv("AVRTEST_DOCKSIM");
+            if (freopen(typed.c_str(), "r", stdin) == nullptr || freopen(printedFile.c_str(), "w", stdout) == nullptr)
+                _exit(1);
             _exit(runDockConsole((int) c.argv.size(), c.argv.data()) & 0xff);
         }
-        close(in[0]);
-        close(out[1]);
-        ASSERT_EQ(write(in[1], c.typed.data(), c.typed.size()), (ssize_t) c.typed.size());
-        close(in[1]);
-        std::string printed;
-        char buffer[4096];
-        for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;)
-            printed.append(buffer, (size_t) n);
-        close(out[0]);
         int status = 0;
         waitpid(pid, &status, 0);
-        EXPECT_EQ(WEXITSTATUS(status), 255);
-        const auto body = printed.find("\n\n");
-        EXPECT_EQ(printed.substr(body + 2), c.printed);
+        EXPECT_EQ(WEXITSTATUS(status), c.status);
+        const auto printed = juce::File(printedFile).loadFileAsString().toStdString();
+        EXPECT_EQ(printed.substr(printed.find("\n\n") + 2), c.printed);
     }
 }
 
@@ -384,34 +320,25 @@ juce::var findStep(const juce::var& record, const juce::String& name)
 }
 }
 
-TEST_F(DockConsoleTest, ThunderboltAutotestsAnsweredYesPass)
+TEST_F(DockConsoleTest, ThunderboltAutotestAnsweredYesPasses)
 {
-    const struct
-    {
-        std::string letter, begin, ownStep, closingLed;
-    } docks[] = { { "m", "Begin TbtSingle autotest.\n\n", "", "tbt 0 L8C" },
-                  { "n", "Begin TbtCd2 autotest.\n\n", "\n(Test 11/14) Fan tests:\n", "tbt 0 L0C" } };
-    for (const auto& d : docks)
-    {
-        SCOPED_TRACE(d.letter);
-        start(d.letter);
-        ASSERT_TRUE(console->key('!'));
-        answerAll("y", "Would you like to enter a new dock serial number?  [y/n] > ");
-        console->line("y");
-        ASSERT_TRUE(console->waitFor("Set serial number: "));
-        console->line("77");
-        ASSERT_TRUE(console->waitFor(tbtBanner));
-        const auto out = console->output();
-        for (const std::string& part : { d.begin, std::string("\n(Test 1/14) Diskpack insertion test:\n"), d.ownStep,
-                                        std::string("\n(Test 13/14) Dock serial number read test:\n"),
-                                        std::string("Passed\n"), std::string("Diskpack write protect disabled\n") })
-            EXPECT_NE(out.find(part), std::string::npos) << part;
-        const auto wire = newCommands(1);
-        EXPECT_EQ(wire.back(), d.closingLed);
-        EXPECT_NE(std::find(wire.begin(), wire.end(), "tbt 0 S004D"), wire.end());
-        ASSERT_TRUE(console->key('x'));
-        EXPECT_EQ(console->exitStatus(), 0);
-    }
+    start("n");
+    ASSERT_TRUE(console->key('!'));
+    answerAll("y", "Would you like to enter a new dock serial number?  [y/n] > ");
+    console->line("y");
+    ASSERT_TRUE(console->waitFor("Set serial number: "));
+    console->line("77");
+    ASSERT_TRUE(console->waitFor("\n\n******** AUTOTEST PASS ********\n\n"));
+    const auto out = console->output();
+    for (const char* part : { "Begin TbtCd2 autotest.\n\n", "\n(Test 1/14) Diskpack insertion test:\n",
+                              "\n(Test 11/14) Fan tests:\n", "\n(Test 13/14) Dock serial number read test:\n", "Passed\n",
+                              "Diskpack write protect disabled\n" })
+        EXPECT_NE(out.find(part), std::string::npos) << part;
+    const auto wire = newCommands(1);
+    EXPECT_EQ(wire.back(), "tbt 0 L0C");
+    EXPECT_NE(std::find(wire.begin(), wire.end(), "tbt 0 S004D"), wire.end());
+    ASSERT_TRUE(console->key('x'));
+    EXPECT_EQ(console->exitStatus(), 0);
 }
 
 TEST_F(DockConsoleTest, ThunderboltRailBoundsAndANoFailTheRunAndItsRecord)
@@ -453,19 +380,14 @@ TEST_F(DockConsoleTest, ThunderboltRailBoundsAndANoFailTheRunAndItsRecord)
                                           "Diskpack EEPROM read/write test=PASS", "Diskpack write-protect test=PASS",
                                           "Diskpack LED colour tests=FAIL", "Dock serial number read test=PASS",
                                           "Dock serial number write test=PASS" }));
-    const auto rail = findStep(record, "Voltage rail test")["measurements"][3];
-    EXPECT_EQ(rail["name"].toString(), "rail 1V05");
-    EXPECT_EQ((int) rail["value"], 997);
-    EXPECT_EQ(rail["unit"].toString(), "mV");
-    EXPECT_DOUBLE_EQ((double) rail["lowerLimit"], 997.5);
-    EXPECT_DOUBLE_EQ((double) rail["upperLimit"], 1102.5);
-    const auto red = findStep(record, "Diskpack LED colour tests")["questions"][0];
-    EXPECT_EQ(red["question"].toString(), "Is the LED currently RED?");
-    EXPECT_EQ(red["answer"].toString(), "n");
-    EXPECT_FALSE((bool) red["yes"]);
-    const auto id = findStep(record, "Diskpack id test")["measurements"][0];
-    EXPECT_EQ((int) id["value"], 1);
-    EXPECT_EQ((int) id["upperLimit"], 2);
+    const auto entry = [&](const char* step, const char* list, int i) {
+        return juce::JSON::toString(findStep(record, step)[list][i], true);
+    };
+    EXPECT_EQ(entry("Voltage rail test", "measurements", 3),
+              R"({"name": "rail 1V05", "value": 997, "unit": "mV", "lowerLimit": 997.5, "upperLimit": 1102.5})");
+    EXPECT_EQ(entry("Diskpack LED colour tests", "questions", 0),
+              R"({"question": "Is the LED currently RED?", "answer": "n", "yes": false})");
+    EXPECT_EQ(entry("Diskpack id test", "measurements", 0), R"({"name": "diskpack id", "value": 1, "lowerLimit": 0, "upperLimit": 2})");
 }
 
 TEST_F(DockConsoleTest, UsbAutotestRecordsAPassAndAFail)
@@ -530,6 +452,7 @@ TEST_F(DockConsoleTest, CtrlCSkipsTheDockOperationsButStillAsks)
     ASSERT_TRUE(console->waitFor("Would you like to enter a new dock serial number?  [y/n] > "));
     console->line("y");
     EXPECT_EQ(console->exitStatus(), 0);
+    EXPECT_NE(console->output().find("Begin TbtSingle autotest.\n\n"), std::string::npos);
     EXPECT_EQ(console->output().find("AUTOTEST"), std::string::npos);
     EXPECT_EQ(console->output().find("Set serial number"), std::string::npos);
     EXPECT_EQ(newCommands(2), (std::vector<std::string> { "tbt 0 E", "tbt 0 L8C" }));
@@ -544,20 +467,7 @@ TEST_F(DockConsoleTest, CtrlCSkipsTheDockOperationsButStillAsks)
     EXPECT_EQ(findStep(record, "Diskpack LED colour tests")["questions"].size(), 3);
 }
 
-TEST_F(DockConsoleTest, AKilledAutotestLeavesNoRecordBehind)
-{
-    const std::string records = freshRecords();
-    start("n");
-    ASSERT_TRUE(console->key('!'));
-    answerAll("y", "Is the LED currently RED? [y/n] > ");
-    console.reset(); // SIGKILL
-    EXPECT_EQ(juce::File(records).getNumberOfChildFiles(juce::File::findFilesAndDirectories | juce::File::ignoreHiddenFiles, "*"), 0);
-    EXPECT_EQ(juce::File(records).getNumberOfChildFiles(juce::File::findFiles, ".*"), 0) << "no partial file";
-}
-
 //==============================================================================
-// Readings and faults the emulator is told to give.
-
 TEST_F(DockConsoleTest, ReadingsAndFaultsDecideTheirSteps)
 {
     const struct
@@ -578,71 +488,16 @@ TEST_F(DockConsoleTest, ReadingsAndFaultsDecideTheirSteps)
     for (const auto& c : cases)
     {
         SCOPED_TRACE(c.letter + " " + c.control);
+        const std::string records = freshRecords();
         start(c.letter);
         ASSERT_EQ("ok", sim->control(c.control));
         ASSERT_TRUE(console->key(c.key));
         if (c.key == '!' && c.letter != "s")
             answerFirstTwo();
         EXPECT_TRUE(console->waitFor(c.printed));
-    }
-}
-
-//==============================================================================
-// Numbers out of all reason, called on the dock classes (which must be safe
-// for any int) and typed at the console (which clamps them to an int): each
-// is refused before any arithmetic on it and before anything is sent.
-TEST_F(DockConsoleTest, ExtremeNumbersAreRefusedBeforeTheyReachTheDock)
-{
-    // Under ASan a console that sizes its buffers by a typed count crashes
-    // rather than taking gigabytes.
-    struct Restore
-    {
-        std::string options;
-        ~Restore() { setenv("ASAN_OPTIONS", options.c_str(), 1); }
-    } restore { getenv("ASAN_OPTIONS") != nullptr ? getenv("ASAN_OPTIONS") : "" };
-    setenv("ASAN_OPTIONS", (restore.options + ":max_allocation_size_mb=64").c_str(), 1);
-
-    unsigned char buffer[64] = {};
-    using Call = std::function<bool(HardwareBoard&)>;
-    const auto usb = [](HardwareBoard& b) -> XferDock& { return static_cast<XferDock&>(b); };
-    const std::string eeprom = "Write diskpack EEPROM (addr, numBytes): ", port = "Reset Port (0-3): ";
-    const struct
-    {
-        std::string letter;
-        std::function<std::unique_ptr<HardwareBoard>()> make;
-        std::vector<Call> calls;
-        std::vector<DockKeyCase> typed;
-    } docks[] = {
-        { "s", [] { return std::make_unique<XferDock>(DockPlatform::create()); },
-          { [&](HardwareBoard& b) { return usb(b).writeDiskpackEeprom(INT_MAX - 4, 20, buffer); },
-            [&](HardwareBoard& b) { return usb(b).writeDiskpackEeprom(INT_MIN, 5, buffer); },
-            [&](HardwareBoard& b) { return usb(b).writeDiskpackEeprom(0, INT_MAX, buffer); },
-            [&](HardwareBoard& b) { return usb(b).readDiskpackEeprom(INT_MAX - 4, 20, buffer); },
-            [&](HardwareBoard& b) { return usb(b).readDiskpackEeprom(INT_MIN, 5, buffer); },
-            [&](HardwareBoard& b) { return usb(b).readDiskpackEeprom(0xFFF0, INT_MAX, buffer); } },
-          { { 'w', { { eeprom, "2147483647 2" } }, {}, "Failed\n" },
-            { 'w', { { eeprom, "-99999999999 5" } }, {}, "Failed\n" },
-            { 'w', { { eeprom, "0 99999999999" } }, {}, "Failed\n" } } },
-        { "n", [] { return std::make_unique<TbtCd2Board>(DockPlatform::create()); },
-          { [&](HardwareBoard& b) { return static_cast<TbtCd2Board&>(b).readDiskpackEeprom(0, INT_MIN, buffer); } },
-          { { 'R', { { port, "99999999999" } }, {}, "Failed\n" }, { 'R', { { port, "-2147483648" } }, {}, "Failed\n" } } },
-    };
-    for (const auto& d : docks)
-    {
-        SCOPED_TRACE(d.letter);
-        startSim(d.letter);
-        auto board = d.make();
-        ASSERT_TRUE(board->findAndOpen(0));
-        commandsSeen = commands().size();
-        for (size_t i = 0; i < d.calls.size(); ++i)
-        {
-            EXPECT_FALSE(d.calls[i](*board)) << "call " << i;
-            EXPECT_EQ(newCommands(0), std::vector<std::string>()) << "call " << i;
-        }
-        board.reset();
-        ASSERT_NO_FATAL_FAILURE(startConsole({ d.letter, "0" }));
-        runKeys(d.typed);
-        console.reset();
-        sim.reset();
+        if (c.letter == "s")
+            continue; // its autotest has run to the end
+        console.reset(); // SIGKILL mid-run: no record, not even a partial one
+        EXPECT_EQ(juce::File(records).getNumberOfChildFiles(juce::File::findFilesAndDirectories, "*"), 0);
     }
 }

@@ -1,7 +1,6 @@
 #include "support/FakeDockRegistry.h"
 
 using Entry = DockPlatform::Entry;
-using Guard = std::lock_guard<std::recursive_mutex>;
 
 Entry FakeDockRegistry::add(const juce::String& path, Entry parent, const juce::String& matchedAs)
 {
@@ -16,35 +15,6 @@ Entry FakeDockRegistry::add(const juce::String& path, Entry parent, const juce::
     return entry;
 }
 
-void FakeDockRegistry::edit(Entry entry, const std::function<void(Node&)>& change)
-{
-    const Guard g(lock);
-    change(nodes.at(entry));
-}
-
-void FakeDockRegistry::setProperty(Entry entry, const juce::String& key, const juce::var& value)
-{
-    edit(entry, [&](Node& n) { n.properties.getDynamicObject()->setProperty(key, value); });
-}
-
-juce::StringArray FakeDockRegistry::calls() const
-{
-    const Guard g(lock);
-    return log;
-}
-
-void FakeDockRegistry::clearCalls()
-{
-    const Guard g(lock);
-    log.clear();
-}
-
-void FakeDockRegistry::record(const juce::String& call)
-{
-    const Guard g(lock);
-    log.add(call);
-}
-
 int FakeDockRegistry::outstanding() const
 {
     const Guard g(lock);
@@ -54,20 +24,6 @@ int FakeDockRegistry::outstanding() const
     return total;
 }
 
-int FakeDockRegistry::overReleases() const
-{
-    const Guard g(lock);
-    return overReleased;
-}
-
-Entry FakeDockRegistry::handOut(Entry entry)
-{
-    if (entry != 0)
-        ++references[entry];
-    return entry;
-}
-
-//==============================================================================
 DockPlatform::Result FakeDockRegistry::match(const juce::String& matchedAs, juce::Array<Entry>& services)
 {
     const Guard g(lock);
@@ -77,16 +33,6 @@ DockPlatform::Result FakeDockRegistry::match(const juce::String& matchedAs, juce
         if (n.matchedAs == matchedAs)
             services.add(handOut(entry));
     return success;
-}
-
-DockPlatform::Result FakeDockRegistry::matchServicesByName(const juce::String& name, juce::Array<Entry>& services)
-{
-    return match("name:" + name, services);
-}
-
-DockPlatform::Result FakeDockRegistry::matchServicesByClass(const juce::String& name, juce::Array<Entry>& services)
-{
-    return match("class:" + name, services);
 }
 
 bool FakeDockRegistry::getPath(Entry entry, juce::String& path)

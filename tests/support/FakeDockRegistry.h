@@ -6,14 +6,14 @@
 #include <map>
 #include <mutex>
 
-/** A device registry in the process, behind the platform seam: a tree of
-    entries with paths and properties, services matched by the name or class
-    they were added under, a log of the driver calls the fakes built on it
-    record, and every handle handed out counted until it is given back. Safe
-    to use from a board's threads while the test scripts it. */
+/** A device registry behind the platform seam: entries with paths and
+    properties, services matched by the name or class they were added under,
+    a log of driver calls, and every handle handed out counted until given
+    back. Safe to use from a board's threads while the test scripts it. */
 class FakeDockRegistry : public NullDockPlatform
 {
 public:
+    using Guard = std::lock_guard<std::recursive_mutex>;
     struct Node
     {
         juce::String path, matchedAs; // matchedAs: "name:..." or "class:..."
@@ -25,19 +25,29 @@ public:
 
     Entry add(const juce::String& path, Entry parent = 0, const juce::String& matchedAs = {});
     /** Changes an entry in place, under the registry's lock. */
-    void edit(Entry entry, const std::function<void(Node&)>& change);
-    void setProperty(Entry entry, const juce::String& key, const juce::var& value);
+    void edit(Entry entry, const std::function<void(Node&)>& change) { const Guard g(lock); change(nodes.at(entry)); }
+    void setProperty(Entry entry, const juce::String& key, const juce::var& value)
+    {
+        edit(entry, [&](Node& n) { n.properties.getDynamicObject()->setProperty(key, value); });
+    }
     Result matchResult = success;
 
-    juce::StringArray calls() const;
-    void clearCalls();
-    /** References handed out and not given back, and releases of a handle that held none. */
+    juce::StringArray calls() const { const Guard g(lock); return log; }
+    void clearCalls() { const Guard g(lock); log.clear(); }
+    /** References handed out and not given back. */
     int outstanding() const;
-    int overReleases() const;
+    /** Releases of a handle that held no reference. */
+    int overReleases() const { const Guard g(lock); return overReleased; }
     bool balanced() const { return outstanding() == 0 && overReleases() == 0; }
 
-    Result matchServicesByName(const juce::String& name, juce::Array<Entry>& services) override;
-    Result matchServicesByClass(const juce::String& name, juce::Array<Entry>& services) override;
+    Result matchServicesByName(const juce::String& name, juce::Array<Entry>& services) override
+    {
+        return match("name:" + name, services);
+    }
+    Result matchServicesByClass(const juce::String& name, juce::Array<Entry>& services) override
+    {
+        return match("class:" + name, services);
+    }
     bool getPath(Entry entry, juce::String& path) override;
     Entry entryForPath(const juce::String& path) override;
     Entry getParent(Entry entry) override;
@@ -48,8 +58,13 @@ public:
 
 protected:
     /** Counts one more reference to `entry` (none for 0); the caller holds the lock. */
-    Entry handOut(Entry entry);
-    void record(const juce::String& call);
+    Entry handOut(Entry entry)
+    {
+        if (entry != 0)
+            ++references[entry];
+        return entry;
+    }
+    void record(const juce::String& call) { const Guard g(lock); log.add(call); }
 
     mutable std::recursive_mutex lock;
     std::map<Entry, Node> nodes;

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstring>
 
-using Guard = std::lock_guard<std::recursive_mutex>;
-
 DockPlatform::Entry FakeUsbDockDriver::addDevice(std::optional<int> locationID, std::optional<juce::String> serial)
 {
     const auto device = add({});
@@ -15,18 +13,6 @@ DockPlatform::Entry FakeUsbDockDriver::addDevice(std::optional<int> locationID, 
     if (serial)
         setProperty(device, "USB Serial Number", *serial);
     return device;
-}
-
-void FakeUsbDockDriver::setScalarResult(uint32_t selector, Result result)
-{
-    const Guard g(lock);
-    scalarResults[selector] = result;
-}
-
-void FakeUsbDockDriver::respond(uint8_t subcode, Responder responder)
-{
-    const Guard g(lock);
-    responders[subcode] = std::move(responder);
 }
 
 std::vector<FakeUsbDockDriver::Call> FakeUsbDockDriver::blocks(std::optional<uint8_t> subcode) const
@@ -38,13 +24,6 @@ std::vector<FakeUsbDockDriver::Call> FakeUsbDockDriver::blocks(std::optional<uin
     return found;
 }
 
-void FakeUsbDockDriver::clearCalls()
-{
-    const Guard g(lock);
-    FakeDockRegistry::clearCalls();
-    sent.clear();
-}
-
 DockPlatform::Result FakeUsbDockDriver::openService(Entry, uint32_t, Connection& connection)
 {
     const Guard g(lock);
@@ -52,12 +31,6 @@ DockPlatform::Result FakeUsbDockDriver::openService(Entry, uint32_t, Connection&
     if (openResult == success)
         connection = handOut(900);
     return openResult;
-}
-
-DockPlatform::Result FakeUsbDockDriver::closeService(Connection connection)
-{
-    record("close " + juce::String(connection));
-    return success;
 }
 
 DockPlatform::Result FakeUsbDockDriver::callScalarMethod(Connection, uint32_t selector, const uint64_t*, uint32_t)

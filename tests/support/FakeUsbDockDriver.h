@@ -36,17 +36,17 @@ public:
 
     Result openResult = success;
     Result issueResult = success; // what an asynchronous call returns
-    void setScalarResult(uint32_t selector, Result result);
-    void respond(uint8_t subcode, Responder responder);
+    void setScalarResult(uint32_t selector, Result result) { const Guard g(lock); scalarResults[selector] = result; }
+    void respond(uint8_t subcode, Responder responder) { const Guard g(lock); responders[subcode] = std::move(responder); }
     void answer(uint8_t subcode, const Completion& c) { respond(subcode, [c](const CDB16&) { return c; }); }
     void silence(uint8_t subcode) { respond(subcode, [](const CDB16&) { return std::nullopt; }); }
 
     /** The blocks issued as asynchronous "exec" calls; calls() has the rest by name. */
     std::vector<Call> blocks(std::optional<uint8_t> subcode = std::nullopt) const;
-    void clearCalls();
+    void clearCalls() { const Guard g(lock); FakeDockRegistry::clearCalls(); sent.clear(); }
 
     Result openService(Entry service, uint32_t type, Connection& connection) override;
-    Result closeService(Connection connection) override;
+    Result closeService(Connection connection) override { record("close " + juce::String(connection)); return success; }
     Result callScalarMethod(Connection connection, uint32_t selector, const uint64_t* input, uint32_t inputCount) override;
     Result callAsyncStructMethod(Connection connection, uint32_t selector, NotificationPort& port, AsyncCallback callback,
                                  void* refcon, const uint64_t* scalars, uint32_t scalarCount, const void* structInput,
