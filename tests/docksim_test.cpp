@@ -116,7 +116,8 @@ public:
     std::vector<int64_t> match(const std::string& by, const std::string& value)
     {
         std::vector<int64_t> out;
-        const Json entries = field(ask("\"op\":\"match\",\"by\":\"" + by + "\",\"value\":\"" + value + "\""), "entries");
+        const Json entries = field(ask("\"op\":\"match\",\"by\":\"" + by + "\",\"value\":\"" + value + "\""),
+                                   "entries");
         for (const Json& e : entries.items())
             out.push_back(e.asInt());
         return out;

@@ -23,6 +23,7 @@ using Lines = std::vector<std::string>;
 using Platform = EmulatedDockPlatform;
 const std::string hangUpLine = "<hang up>";
 
+// Bytewise: a script may send invalid UTF-8 on purpose.
 std::string replace(std::string text, const std::string& from, const std::string& to)
 {
     for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
@@ -73,14 +74,8 @@ public:
     void send(const std::string& line)
     {
         const std::lock_guard<std::mutex> g(m);
-        const std::string whole = line + "\n";
-        for (size_t done = 0; done < whole.size();)
-        {
-            const auto n = ::send(client, whole.data() + done, whole.size() - done, MSG_NOSIGNAL);
-            if (n <= 0)
-                return;
-            done += (size_t) n;
-        }
+        const std::string whole = line + "\n"; // a blocking socket takes it all, or the peer is gone
+        ::send(client, whole.data(), whole.size(), MSG_NOSIGNAL);
     }
 
     void hangUp()
