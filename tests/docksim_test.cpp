@@ -295,7 +295,7 @@ TEST(DocksimUsb, CommandBlocksTheProductNeverSendsAndTheStateChecks)
     EXPECT_EQ(sim.control("dock-temp 40"), "error: the USB dock has no 'dock-temp'");
 }
 
-TEST(DocksimUsb, TheTwinFindsItsAncestorsLocation)
+TEST(DocksimUsb, TheTwinFindsItsAncestorsLocationAndAnUnpluggedDockComesBackAsNewEntries)
 {
     Docksim sim({"--dock", "s", "--twin", "--id", "2"});
     Client c(sim.socketPath());
@@ -312,6 +312,22 @@ TEST(DocksimUsb, TheTwinFindsItsAncestorsLocation)
     const Json none = search(services[0], "nothing");
     EXPECT_EQ(Client::result(none), 0);
     EXPECT_FALSE(none.find("value"));
+
+    const int64_t conn = c.openUsb();
+    ASSERT_EQ(sim.control("unplug"), "ok");
+    EXPECT_TRUE(c.match("name", kUsbDriver).empty());
+    EXPECT_EQ(Client::result(c.cdb(conn, block({0x00}), 128)), kNotAttached);
+    EXPECT_EQ(Client::result(c.ask(Client::scalar(conn, 3))), kNotAttached) << "present? no";
+    EXPECT_EQ(Client::result(c.ask("\"op\":\"parent\",\"entry\":" + std::to_string(services[0]))), kNotAttached);
+    ASSERT_EQ(sim.control("plug"), "ok");
+    const auto again = c.match("name", kUsbDriver);
+    ASSERT_EQ(again.size(), 2u);
+    EXPECT_NE(again[0], services[0]);
+    EXPECT_EQ(Client::result(c.ask(Client::scalar(conn, 3))), 0);
+    Client other(sim.socketPath());
+    const Json open = other.ask("\"op\":\"open\",\"type\":0,\"entry\":" + std::to_string(again[0]));
+    EXPECT_EQ(Client::result(other.ask(Client::scalar(Client::field(open, "connection").asInt(), 0))), 0xE00002C5)
+        << "the first connection still holds the user client";
 }
 
 TEST(DocksimUsb, FaultsSpoilTheNextCallsOnly)
@@ -350,28 +366,6 @@ TEST(DocksimUsb, FaultsSpoilTheNextCallsOnly)
     const std::string flipped = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
     ASSERT_EQ(plain.size(), 6u);
     EXPECT_EQ(std::stoi(plain.substr(4), nullptr, 16) ^ 0xFF, std::stoi(flipped.substr(4), nullptr, 16));
-}
-
-TEST(DocksimUsb, UnpluggedDockCompletesNotAttachedAndComesBackAsANewEntry)
-{
-    Docksim sim({"--dock", "s"});
-    Client c(sim.socketPath());
-    const int64_t conn = c.openUsb();
-    const int64_t service = c.match("name", kUsbDriver).at(0);
-    ASSERT_EQ(sim.control("unplug"), "ok");
-    EXPECT_TRUE(c.match("name", kUsbDriver).empty());
-    EXPECT_EQ(Client::result(c.cdb(conn, block({0x00}), 128)), kNotAttached);
-    EXPECT_EQ(Client::result(c.ask(Client::scalar(conn, 3))), kNotAttached) << "present? no";
-    EXPECT_EQ(Client::result(c.ask("\"op\":\"parent\",\"entry\":" + std::to_string(service))), kNotAttached);
-    ASSERT_EQ(sim.control("plug"), "ok");
-    const auto again = c.match("name", kUsbDriver);
-    ASSERT_EQ(again.size(), 1u);
-    EXPECT_NE(again[0], service);
-    EXPECT_EQ(Client::result(c.ask(Client::scalar(conn, 3))), 0);
-    Client other(sim.socketPath());
-    const Json open = other.ask("\"op\":\"open\",\"type\":0,\"entry\":" + std::to_string(again[0]));
-    EXPECT_EQ(Client::result(other.ask(Client::scalar(Client::field(open, "connection").asInt(), 0))), 0xE00002C5)
-        << "the first connection still holds the user client";
 }
 
 TEST(DocksimTbt, CommandsTheProductNeverSendsAndTheirRefusals)
