@@ -1,3 +1,4 @@
+// The product's end of the dock emulator's socket, against a scripted emulator.
 #include "docks/platform/QueuedNotifications.h"
 #include "docks/platform/emulated/EmulatedDockPlatform.h"
 #include "support/PtyPeer.h"
@@ -22,6 +23,7 @@ using Lines = std::vector<std::string>;
 using Platform = EmulatedDockPlatform;
 const std::string hangUpLine = "<hang up>";
 
+// Bytewise: a script may send invalid UTF-8 on purpose.
 std::string replace(std::string text, const std::string& from, const std::string& to)
 {
     for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
@@ -56,8 +58,7 @@ public:
         hangUp();
         server.join();
         ::close(listener);
-        if (client >= 0)
-            ::close(client);
+        ::close(client);
         ::unlink(path.c_str());
         ::rmdir(dir.c_str());
     }
@@ -73,14 +74,8 @@ public:
     void send(const std::string& line)
     {
         const std::lock_guard<std::mutex> g(m);
-        const std::string whole = line + "\n";
-        for (size_t done = 0; done < whole.size();)
-        {
-            const auto n = ::send(client, whole.data() + done, whole.size() - done, MSG_NOSIGNAL);
-            if (n <= 0)
-                return;
-            done += (size_t) n;
-        }
+        const std::string whole = line + "\n"; // a blocking socket takes it all, or the peer is gone
+        ::send(client, whole.data(), whole.size(), MSG_NOSIGNAL);
     }
 
     void hangUp()
@@ -169,10 +164,7 @@ std::string describe(const juce::Array<DockPlatform::Entry>& entries)
 
 bool logged(const LogCapture& log, const std::string& fragment)
 {
-    for (const auto& line : log.lines())
-        if (line.contains(juce::String(fragment)))
-            return true;
-    return false;
+    return log.lines().joinIntoString("\n").contains(juce::String(fragment));
 }
 
 struct RoundTrip
@@ -183,39 +175,23 @@ struct RoundTrip
     std::string expected;
 };
 
+// The requests the docks make every day are checked against docksim by docks_sim_test; these are the edges.
 TEST(EmulatedPlatform, EachOperationSendsItsFieldsAndReadsItsReply)
 {
     const std::vector<RoundTrip> table = {
-        { R"({"op":"match","by":"name","value":"usbDock"})", R"({"id":$ID,"result":0,"entries":[12,31]})",
-          [](Platform& p) { juce::Array<DockPlatform::Entry> e; auto r = p.matchServicesByName("usbDock", e);
-                            return std::to_string(r) + " " + describe(e); }, "0 12,31" },
         { R"({"op":"match","by":"class","value":"TbtDriver"})", R"({"id":$ID,"result":3758097084})",
           [](Platform& p) { juce::Array<DockPlatform::Entry> e; auto r = p.matchServicesByClass("TbtDriver", e);
                             return std::to_string(r) + " " + describe(e); }, "3758097084 " },
-        { R"({"op":"path","entry":12})", R"({"id":$ID,"result":0,"path":"IOService:/a/b"})",
-          [](Platform& p) { juce::String s; auto ok = p.getPath(12, s); return std::to_string(ok) + " " + s.toStdString(); },
-          "1 IOService:/a/b" },
         { R"({"op":"lookup","path":"IOService:/x"})", R"({"id":$ID,"result":0,"entry":0})",
           [](Platform& p) { return std::to_string(p.entryForPath("IOService:/x")); }, "0" },
         { R"({"op":"parent","entry":4294967295})", R"({"id":$ID,"result":0,"entry":4294967294})",
           [](Platform& p) { return std::to_string(p.getParent(0xFFFFFFFF)); }, "4294967294" },
-        { R"({"op":"children","entry":3})", R"({"id":$ID,"result":0,"entries":[5,4]})",
-          [](Platform& p) { juce::Array<DockPlatform::Entry> e; auto ok = p.getChildren(3, e); return std::to_string(ok) + " " + describe(e); },
-          "1 5,4" },
-        { R"({"op":"search","entry":12,"key":"locationID"})", R"({"id":$ID,"result":0,"value":336592896})",
-          [](Platform& p) { return describe(p.searchProperty(12, "locationID")); }, "336592896L" },
         { R"({"op":"search","entry":12,"key":"none"})", R"({"id":$ID,"result":0})",
           [](Platform& p) { return describe(p.searchProperty(12, "none")); }, "void" },
         { R"({"op":"get_properties","entry":7})",
           R"({"id":$ID,"result":0,"properties":{"HostComms":{"reply":"OK","n":[1,true]}}})",
           [](Platform& p) { juce::var v; auto ok = p.getProperties(7, v); return std::to_string(ok) + " " + describe(v); },
           "1 {HostComms:{reply:'OK',n:[1L,true]}}" },
-        { R"({"op":"set_properties","entry":7,"properties":{"sendCommand":"?"}})", R"({"id":$ID,"result":0})",
-          [](Platform& p) { auto* d = new juce::DynamicObject(); d->setProperty("sendCommand", "?");
-                            return std::to_string(p.setProperties(7, juce::var(d))); }, "0" },
-        { R"({"op":"open","entry":12,"type":0})", R"({"id":$ID,"result":0,"connection":77})",
-          [](Platform& p) { DockPlatform::Connection c = 0; auto r = p.openService(12, 0, c);
-                            return std::to_string(r) + " " + std::to_string(c); }, "0 77" },
         { R"({"op":"close","connection":77})", R"({"id":$ID,"result":3758097113})",
           [](Platform& p) { return std::to_string(p.closeService(77)); }, "3758097113" },
         { R"({"op":"scalar","connection":77,"selector":3,"input":[5,9223372036854775807]})", R"({"id":$ID,"result":0})",
@@ -230,7 +206,6 @@ TEST(EmulatedPlatform, EachOperationSendsItsFieldsAndReadsItsReply)
         EXPECT_EQ(row.call(platform), row.expected);
         const auto seen = emulator.requests();
         ASSERT_EQ(seen.size(), 1u);
-        EXPECT_GT((juce::int64) seen[0]["id"], 0);
         const auto expected = juce::JSON::parse(row.request);
         for (const auto& field : expected.getDynamicObject()->getProperties())
             EXPECT_EQ(juce::JSON::toString(seen[0][field.name], true), juce::JSON::toString(field.value, true))
@@ -396,13 +371,6 @@ TEST(EmulatedPlatform, AsyncCallsCompleteOnTheLoopThreadWithinTheirBuffer)
             const std::lock_guard<std::mutex> g(done.m);  // written on the loop thread
             EXPECT_EQ(juce::String::toHexString(buffer.data(), 6, 0).toUpperCase(), juce::String(row.buffer));
         }
-        const auto request = emulator.requests().at(0);
-        EXPECT_GT((juce::int64) request["call"], 0);
-        EXPECT_EQ(juce::JSON::toString(request, true),
-                  juce::JSON::toString(juce::JSON::parse(
-                      R"({"id":)" + request["id"].toString() + R"(,"op":"async","connection":9,"selector":2,"call":)"
-                      + request["call"].toString() + R"(,"input":[)" + juce::String((juce::int64) scalars[0]) + ","
-                      + juce::String((juce::int64) row.length) + R"(],"struct":"DE01AB00000000000000000000000000"})"), true));
     }
 }
 
