@@ -1,7 +1,6 @@
 #include "FirmwareImage.h"
 #include "FlashProgress.h"
 #include "FlashSession.h"
-#include "InBootloader.h"
 #include "support/JucePrinters.h"
 #include "support/PtyPeer.h"
 #include "support/SimProcess.h"
@@ -357,28 +356,6 @@ TEST(Session, AReadBackFillsTheBufferAndEndsWithNoOutcome)
 }
 
 //==============================================================================
-TEST(InBootloader, TheVersionIsWhatFollowsTheBootloaderIdentity)
-{
-    const std::pair<std::string, juce::String> cases[] = {
-        { "(bootloader) Test board V1.00", "V1.00" },
-        // Longer than the 13 characters discovery skips past the identity.
-        { "(bootloader) Test board V1.00-build-7", "V1.00-build-7" },
-        { "(bootloader) Test board", "" },
-    };
-    for (auto& [answer, version] : cases)
-    {
-        TempDevDir dev;
-        PtyPeer peer(dev.path(), "ttyUSB0");
-        peer.serve([answer = answer](const std::string& line) -> std::vector<std::string> {
-            return { line == "?" ? answer : line == "@" ? "R0" : "OK" };
-        });
-        InBootloader<TestBoard> board;
-        ASSERT_TRUE(board.findAndOpen(-1)) << answer;
-        EXPECT_EQ(version, board.getVersionString()) << answer;
-    }
-}
-
-//==============================================================================
 TEST(AvrflashRun, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
 {
     const struct
@@ -387,23 +364,31 @@ TEST(AvrflashRun, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
         std::string args;
         int status;
         std::string said;
-        // What the board received, from the request to enter the bootloader on.
+        // What the board received, from the request to enter the bootloader on,
+        // cut to five characters.
         std::vector<std::string> received;
     } cases[] = {
         // The chassis board commits its settings when closed; restarting, it
         // must not be asked to.
-        { { "--board", "c" }, "c", 0, "Found Chassis board V1.00 on ", { "rx 0 %UP", "rx 0 :0000", "rx 0 $0000", "rx 0 #" } },
+        { { "--board", "c" }, "c", 0, "Found Chassis board V1.00 on ", { "%UP", ":0000", "$0000", "#" } },
         // The third line it receives, the request to enter the bootloader, is refused.
         { { "--board", "c", "--fault", "nack-every=3" }, "c", 1,
-          "avrflash: update failed: the board did not enter its bootloader; nothing was written", { "rx 0 %UP" } },
+          "avrflash: update failed: the board did not enter its bootloader; nothing was written", { "%UP" } },
         { { "--board", "d", "--bootloader", "--version", "V1.00-build-7" }, "--bootloader d", 0,
-          "Found (bootloader) Diskpack board V1.00-build-7 on ", { "rx 0 %UP", "rx 0 :0000", "rx 0 $0000", "rx 0 #" } },
+          "Found (bootloader) Diskpack board V1.00-build-7 on ", { "%UP", ":0000", "$0000", "#" } },
+        { { "--board", "d", "--bootloader" }, "d", 1, "avrflash: no Diskpack board answered on the serial ports", {} },
+        // Five refusals of one page end the update, and no page is read back.
+        { { "--board", "d", "--fault", "refuse-writes=5" }, "d", 1,
+          "avrflash: update failed: page 0 at 0x00000: failed writing page (NACK)",
+          { "%UP", ":0000", ":0000", ":0000", ":0000", ":0000", "#" } },
+        { { "--board", "d", "--fault", "corrupt-read" }, "d", 1,
+          "page 0 at 0x00000: Verify checksum fail: expected 0x", { "%UP", ":0000", "$0000", "#" } },
     };
     const juce::File image = juce::File::createTempFile(".bin");
     ASSERT_TRUE(image.replaceWithData(imageOf(1).getData(), imageOf(1).getSize()));
     for (auto& c : cases)
     {
-        SCOPED_TRACE(c.args);
+        SCOPED_TRACE(c.args + ": " + c.said);
         TempDevDir dev;
         auto simArgs = c.sim;
         simArgs.insert(simArgs.begin(), "--log");
@@ -418,7 +403,7 @@ TEST(AvrflashRun, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
         std::vector<std::string> received;
         for (auto& line : sim.output())
             if (line.rfind("rx 0 ", 0) == 0 && (!received.empty() || line == "rx 0 %UP"))
-                received.push_back(line.substr(0, std::min(line.size(), (size_t) 10)));
+                received.push_back(line.substr(5, 5));
         EXPECT_EQ(c.received, received);
     }
     image.deleteFile();
