@@ -382,7 +382,11 @@ TEST(AvrflashRun, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
           "avrflash: update failed: page 0 at 0x00000: failed writing page (NACK)",
           { "%UP", ":0000", ":0000", ":0000", ":0000", ":0000", "#" } },
         { { "--board", "d", "--fault", "corrupt-read" }, "d", 1,
-          "page 0 at 0x00000: Verify checksum fail: expected 0x", { "%UP", ":0000", "$0000", "#" } },
+          "page 0 at 0x00000: Verify checksum fail: expected 0x80 actual 0x81\n", { "%UP", ":0000", "$0000", "#" } },
+        // Each read breaks off mid-page; the fifth failure is the last.
+        { { "--board", "d", "--fault", "stall-read=5" }, "d", 1,
+          "page 0 at 0x00000: Verify read time out at offset 0x064\n",
+          { "%UP", ":0000", "$0000", "$0000", "$0000", "$0000", "$0000", "#" } },
     };
     const juce::File image = juce::File::createTempFile(".bin");
     ASSERT_TRUE(image.replaceWithData(imageOf(1).getData(), imageOf(1).getSize()));

@@ -109,32 +109,6 @@ TEST(Bootloader, RequestsMayArriveInAnyPieces)
     EXPECT_EQ(expected, again.feed(requests, 97));
 }
 
-TEST(Bootloader, FaultsAreUsedUpOneRequestAtATime)
-{
-    Emulated board('c', true);
-    std::string error;
-    ASSERT_TRUE(applyFaultSetting(board.faults, "refuse-writes=2", error)) << error;
-    ASSERT_TRUE(applyFaultSetting(board.faults, "corrupt-read", error)) << error;
-    ASSERT_TRUE(applyFaultSetting(board.faults, "stall-read=1", error)) << error;
-    EXPECT_TRUE(board.faults.any());
-
-    const auto page = pageBytes(9);
-    EXPECT_EQ("N", board.feed(writeRequest(4, page)));
-    EXPECT_EQ("N", board.feed(writeRequest(4, page)));
-    EXPECT_EQ("Y", board.feed(writeRequest(4, page)));
-
-    // The first read breaks off after 100 bytes of the page with a NUL...
-    const auto good = readAnswer(4, page);
-    EXPECT_EQ(good.substr(0, 200) + std::string(1, '\0'), board.feed("$0004"));
-    // ...the next has a checksum one too high...
-    auto corrupt = good;
-    corrupt.replace(512, 2, hex({ static_cast<unsigned char>(std::strtoul(good.substr(512).c_str(), nullptr, 16) + 1) }));
-    EXPECT_EQ(corrupt, board.feed("$0004"));
-    // ...and then the board is well again.
-    EXPECT_EQ(good, board.feed("$0004"));
-    EXPECT_FALSE(board.faults.any());
-}
-
 TEST(Bootloader, APacedLineHoldsTheAnswerUntilTheRequestHasCrossed)
 {
     emutest::TempDir dir;
