@@ -120,23 +120,15 @@ TEST(FirmwareImage, BadFilesAreRefusedWithTheFileNamed)
     }
 }
 
-TEST(FirmwareImage, SavedImagesReadBackTheSame)
+// Saved images are read back end to end (avrflash's --read and the hex files
+// the emulator runs are flashed from); here only the failure.
+TEST(FirmwareImage, ASaveWhereNoFileCanBeIsRefused)
 {
     ScratchDir scratch;
-    juce::MemoryBlock flash(0x1300);
-    for (size_t i = 0; i < flash.getSize(); ++i)
-        flash[i] = (char) (i * 13 + 7);
     juce::String error;
-    for (auto name : { "back.hex", "back.bin" })
-    {
-        const auto file = scratch.dir.getChildFile(name);
-        ASSERT_TRUE(FirmwareImage::save(file, FirmwareImage::Format::guess, flash, error)) << error;
-        FirmwareImage image;
-        ASSERT_TRUE(image.load(file, FirmwareImage::Format::guess, error)) << error;
-        EXPECT_EQ(flash, image.bytes()) << name;
-    }
-    EXPECT_FALSE(FirmwareImage::save(scratch.dir.getChildFile("no/such/dir/x.hex"), FirmwareImage::Format::guess,
-                                     flash, error));
+    const auto file = scratch.dir.getChildFile("no/such/dir/x.hex");
+    EXPECT_FALSE(FirmwareImage::save(file, FirmwareImage::Format::guess, juce::MemoryBlock(16, true), error));
+    EXPECT_TRUE(error.startsWith(file.getFullPathName())) << error;
 }
 
 //==============================================================================
