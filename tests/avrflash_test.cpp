@@ -2,9 +2,6 @@
 #include "FlashProgress.h"
 #include "FlashSession.h"
 #include "support/JucePrinters.h"
-#include "support/PtyPeer.h"
-#include "support/SimProcess.h"
-#include "support/TestBoard.h"
 
 #include <gtest/gtest.h>
 
@@ -345,62 +342,4 @@ TEST(Session, AReadBackFillsTheBufferAndEndsWithNoOutcome)
     EXPECT_TRUE(r.session.read(3, back).ok);
     EXPECT_EQ(image, back);
     EXPECT_EQ("start r0 r1 r2 end0", r.fake.calls);
-}
-
-//==============================================================================
-TEST(AvrflashRun, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
-{
-    const struct
-    {
-        std::vector<std::string> sim;
-        std::string args;
-        int status;
-        std::string said;
-        // What the board received, from the request to enter the bootloader on,
-        // cut to five characters.
-        std::vector<std::string> received;
-    } cases[] = {
-        // The chassis board commits its settings when closed; restarting, it
-        // must not be asked to.
-        { { "--board", "c" }, "c", 0, "Found Chassis board V1.00 on ", { "%UP", ":0000", "$0000", "#" } },
-        // The third line it receives, the request to enter the bootloader, is refused.
-        { { "--board", "c", "--fault", "nack-every=3" }, "c", 1,
-          "avrflash: update failed: the board did not enter its bootloader; nothing was written", { "%UP" } },
-        { { "--board", "d", "--bootloader", "--version", "V1.00-build-7" }, "--bootloader d", 0,
-          "Found (bootloader) Diskpack board V1.00-build-7 on ", { "%UP", ":0000", "$0000", "#" } },
-        { { "--board", "d", "--bootloader" }, "d", 1, "avrflash: no Diskpack board answered on the serial ports", {} },
-        // Five refusals of one page end the update, and no page is read back.
-        { { "--board", "d", "--fault", "refuse-writes=5" }, "d", 1,
-          "avrflash: update failed: page 0 at 0x00000: failed writing page (NACK)",
-          { "%UP", ":0000", ":0000", ":0000", ":0000", ":0000", "#" } },
-        { { "--board", "d", "--fault", "corrupt-read" }, "d", 1,
-          "page 0 at 0x00000: Verify checksum fail: expected 0x80 actual 0x81\n", { "%UP", ":0000", "$0000", "#" } },
-        // Each read breaks off mid-page; the fifth failure is the last.
-        { { "--board", "d", "--fault", "stall-read=5" }, "d", 1,
-          "page 0 at 0x00000: Verify read time out at offset 0x064\n",
-          { "%UP", ":0000", "$0000", "$0000", "$0000", "$0000", "$0000", "#" } },
-    };
-    const juce::File image = juce::File::createTempFile(".bin");
-    ASSERT_TRUE(image.replaceWithData(imageOf(1).getData(), imageOf(1).getSize()));
-    for (auto& c : cases)
-    {
-        SCOPED_TRACE(c.args + ": " + c.said);
-        TempDevDir dev;
-        auto simArgs = c.sim;
-        simArgs.insert(simArgs.begin(), "--log");
-        SimProcess sim(dev.path(), simArgs);
-        ASSERT_TRUE(sim.isReady());
-        const auto run = runProgram(std::string(AVRTEST_BIN_DIR) + "/avrflash " + c.args + " "
-                                    + image.getFullPathName().toStdString());
-        EXPECT_EQ(c.status, run.status) << run.output;
-        EXPECT_NE(std::string::npos, run.output.find(c.said)) << run.output;
-        // A control round trip: every line received before it has been logged.
-        ASSERT_EQ("ok", sim.control("fault 0 clear"));
-        std::vector<std::string> received;
-        for (auto& line : sim.output())
-            if (line.rfind("rx 0 ", 0) == 0 && (!received.empty() || line == "rx 0 %UP"))
-                received.push_back(line.substr(5, 5));
-        EXPECT_EQ(c.received, received);
-    }
-    image.deleteFile();
 }

@@ -96,6 +96,60 @@ TEST_F(Avrflash, UpdatesVerifiesAndReadsBackAnEmulatedBoard)
     EXPECT_TRUE(printedAll(run.output, { "avrflash: 6 of 6 pages did not verify: 0, 1, 2, 3, 4, 5" }));
 }
 
+TEST_F(Avrflash, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
+{
+    const struct
+    {
+        std::vector<std::string> sim;
+        std::string args;
+        int status;
+        std::string said;
+        // What the board received, from the request to enter the bootloader on,
+        // cut to five characters.
+        std::vector<std::string> received;
+    } cases[] = {
+        // The chassis board commits its settings when closed; restarting, it
+        // must not be asked to.
+        { { "--board", "c" }, "c", 0, "Found Chassis board V1.00 on ", { "%UP", ":0000", "$0000", "#" } },
+        // The third line it receives, the request to enter the bootloader, is refused.
+        { { "--board", "c", "--fault", "nack-every=3" }, "c", 1,
+          "avrflash: update failed: the board did not enter its bootloader; nothing was written", { "%UP" } },
+        { { "--board", "d", "--bootloader", "--version", "V1.00-build-7" }, "--bootloader d", 0,
+          "Found (bootloader) Diskpack board V1.00-build-7 on ", { "%UP", ":0000", "$0000", "#" } },
+        { { "--board", "d", "--bootloader" }, "d", 1, "avrflash: no Diskpack board answered on the serial ports", {} },
+        // Five refusals of one page end the update, and no page is read back.
+        { { "--board", "d", "--fault", "refuse-writes=5" }, "d", 1,
+          "avrflash: update failed: page 0 at 0x00000: failed writing page (NACK)",
+          { "%UP", ":0000", ":0000", ":0000", ":0000", ":0000", "#" } },
+        { { "--board", "d", "--fault", "corrupt-read" }, "d", 1,
+          "page 0 at 0x00000: Verify checksum fail: expected 0x80 actual 0x81\n", { "%UP", ":0000", "$0000", "#" } },
+        // Each read breaks off mid-page; the fifth failure is the last.
+        { { "--board", "d", "--fault", "stall-read=5" }, "d", 1,
+          "page 0 at 0x00000: Verify read time out at offset 0x064\n",
+          { "%UP", ":0000", "$0000", "$0000", "$0000", "$0000", "$0000", "#" } },
+    };
+    const auto image = scratch.getChildFile("one.bin");
+    ASSERT_TRUE(image.replaceWithData(imageOf(pageSize, 5).getData(), pageSize));
+    for (auto& c : cases)
+    {
+        SCOPED_TRACE(c.args + ": " + c.said);
+        auto simArgs = c.sim;
+        simArgs.insert(simArgs.begin(), "--log");
+        SimProcess board(dev.path(), simArgs);
+        ASSERT_TRUE(board.isReady());
+        const auto run = avrflash(c.args + " " + image.getFullPathName().toStdString());
+        EXPECT_EQ(c.status, run.status) << run.output;
+        EXPECT_TRUE(printedAll(run.output, { c.said.c_str() }));
+        // A control round trip: every line received before it has been logged.
+        ASSERT_EQ("ok", board.control("fault 0 clear"));
+        std::vector<std::string> received;
+        for (auto& line : board.output())
+            if (line.rfind("rx 0 ", 0) == 0 && (!received.empty() || line == "rx 0 %UP"))
+                received.push_back(line.substr(5, 5));
+        EXPECT_EQ(c.received, received);
+    }
+}
+
 TEST_F(Avrflash, RefusesAnImageLargerThanTheApplicationSectionWithoutTouchingTheBoard)
 {
     startSim();
