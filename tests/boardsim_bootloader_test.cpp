@@ -1,6 +1,6 @@
-// The emulated bootloader on its own: what it accepts, what it answers, its
-// faults, and the hand-over to and from every board's application.
-#include "boardsim/faults.h"
+// The emulated bootloader on its own: what it accepts, what it answers, and the
+// hand-over to and from every board's application (its faults are used up by
+// the avrflash runs against it).
 #include "boardsim/personality.h"
 #include "boardsim/personality_bootloader.h"
 #include "support/EmulatedBoard.h"
@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
+#include <cctype>
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
