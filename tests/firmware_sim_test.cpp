@@ -121,6 +121,7 @@ TEST_F(Avrflash, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
         { { "--board", "d", "--fault", "refuse-writes=5" }, "d", 1,
           "avrflash: update failed: page 0 at 0x00000: failed writing page (NACK)",
           { "%UP", ":0000", ":0000", ":0000", ":0000", ":0000", "#" } },
+        // The emulator's checksum is one too high; this image's page 0 sums to 0x80.
         { { "--board", "d", "--fault", "corrupt-read" }, "d", 1,
           "page 0 at 0x00000: Verify checksum fail: expected 0x80 actual 0x81\n", { "%UP", ":0000", "$0000", "#" } },
         // Each read breaks off mid-page; the fifth failure is the last.
