@@ -1,7 +1,6 @@
-// The emulated bootloader on its own: what it accepts, what it answers, its
-// faults, and the hand-over to and from every board's application.
-#include "boardsim/faults.h"
-#include "boardsim/options.h"
+// The emulated bootloader on its own: what it accepts, what it answers, and the
+// hand-over to and from every board's application (its faults are used up by
+// the avrflash runs against it).
 #include "boardsim/personality.h"
 #include "boardsim/personality_bootloader.h"
 #include "support/EmulatedBoard.h"
@@ -11,9 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
+#include <cctype>
 #include <fcntl.h>
-#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -111,85 +109,21 @@ TEST(Bootloader, RequestsMayArriveInAnyPieces)
     EXPECT_EQ(expected, again.feed(requests, 97));
 }
 
-TEST(Bootloader, FaultsAreUsedUpOneRequestAtATime)
-{
-    Emulated board('c', true);
-    std::string error;
-    ASSERT_TRUE(applyFaultSetting(board.faults, "refuse-writes=2", error)) << error;
-    ASSERT_TRUE(applyFaultSetting(board.faults, "corrupt-read", error)) << error;
-    ASSERT_TRUE(applyFaultSetting(board.faults, "stall-read=1", error)) << error;
-    EXPECT_TRUE(board.faults.any());
-
-    const auto page = pageBytes(9);
-    EXPECT_EQ("N", board.feed(writeRequest(4, page)));
-    EXPECT_EQ("N", board.feed(writeRequest(4, page)));
-    EXPECT_EQ("Y", board.feed(writeRequest(4, page)));
-
-    // The first read breaks off after 100 bytes of the page with a NUL...
-    const auto good = readAnswer(4, page);
-    EXPECT_EQ(good.substr(0, 200) + std::string(1, '\0'), board.feed("$0004"));
-    // ...the next has a checksum one too high...
-    auto corrupt = good;
-    corrupt.replace(512, 2, hex({ static_cast<unsigned char>(std::strtoul(good.substr(512).c_str(), nullptr, 16) + 1) }));
-    EXPECT_EQ(corrupt, board.feed("$0004"));
-    // ...and then the board is well again.
-    EXPECT_EQ(good, board.feed("$0004"));
-    EXPECT_FALSE(board.faults.any());
-}
-
-TEST(Bootloader, FaultSettingsAndTheStartOption)
-{
-    Faults f;
-    std::string error;
-    EXPECT_TRUE(applyFaultSetting(f, "stall-read=3", error));
-    EXPECT_EQ(3u, f.stallReads);
-    EXPECT_TRUE(applyFaultSetting(f, "corrupt-read", error));
-    EXPECT_EQ(1u, f.corruptReads);
-    for (auto bad : { "refuse-writes", "refuse-writes=0", "stall-read=0", "corrupt-read=x" })
-    {
-        Faults before = f;
-        EXPECT_FALSE(applyFaultSetting(f, bad, error)) << bad;
-        EXPECT_EQ(before.stallReads, f.stallReads);
-    }
-
-    Options options;
-    ASSERT_TRUE(parseOptions({ "--dir", "/tmp", "--board", "d", "--bootloader", "--board", "c" }, options, error))
-        << error;
-    EXPECT_TRUE(options.boards[0].bootloader);
-    EXPECT_FALSE(options.boards[1].bootloader);
-    EXPECT_FALSE(parseOptions({ "--dir", "/tmp", "--bootloader", "--board", "d" }, options, error));
-    EXPECT_NE(std::string::npos, usageText().find("--bootloader"));
-}
-
 TEST(Bootloader, APacedLineHoldsTheAnswerUntilTheRequestHasCrossed)
 {
-    char templ[] = "/tmp/avrtest-boot-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(templ));
-    {
-        SimProcess sim(templ, { "--board", "d", "--bootloader", "--name", "B", "--fault", "baud=19200" });
-        ASSERT_TRUE(sim.isReady());
-        const std::string path = std::string(templ) + "/tty.usbserial-B";
-        const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY);
-        ASSERT_GE(fd, 0);
-        termios tio {};
-        tcgetattr(fd, &tio);
-        cfmakeraw(&tio);
-        tcsetattr(fd, TCSANOW, &tio);
+    emutest::TempDir dir;
+    SimProcess sim(dir.path, { "--board", "d", "--bootloader", "--name", "B", "--fault", "baud=19200" });
+    ASSERT_TRUE(sim.isReady());
+    emutest::Stream port(::open((dir.path + "/tty.usbserial-B").c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
+    termios tio {};
+    ASSERT_EQ(0, tcgetattr(port.fd, &tio));
+    cfmakeraw(&tio);
+    ASSERT_EQ(0, tcsetattr(port.fd, TCSANOW, &tio));
 
-        const auto request = writeRequest(1, pageBytes(2));
-        const auto t0 = std::chrono::steady_clock::now();
-        ASSERT_EQ((ssize_t) request.size(), ::write(fd, request.data(), request.size()));
-        pollfd p { fd, POLLIN, 0 };
-        ASSERT_EQ(1, ::poll(&p, 1, 10000));
-        const auto waited = std::chrono::steady_clock::now() - t0;
-        char answer = 0;
-        ASSERT_EQ(1, ::read(fd, &answer, 1));
-        EXPECT_EQ('Y', answer);
-        // 519 characters of 11 bits at 19200 baud take 297 ms on a real line,
-        // however fast the host wrote them.
-        EXPECT_GE(std::chrono::duration_cast<std::chrono::milliseconds>(waited).count(), 297);
-        ::close(fd);
-    }
-    std::string cleanup = std::string("rm -rf ") + templ;
-    EXPECT_EQ(0, std::system(cleanup.c_str()));
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_TRUE(port.write(writeRequest(1, pageBytes(2))));
+    EXPECT_EQ("Y", port.bytes(1));
+    // 519 characters of 11 bits at 19200 baud take 297 ms on a real line,
+    // however fast the host wrote them.
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(297));
 }

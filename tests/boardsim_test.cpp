@@ -159,6 +159,7 @@ TEST(BoardsimOptions, MistakesAreRejected)
         {"--dir", d, "--board", "d", "--name", "a/b"},             // name with a slash
         {"--dir", d, "--board", "d", "--name", "n", "--board", "r", "--name", "n"}, // duplicate
         {"--dir", d, "--board", "d", "--frobnicate"},              // unknown option
+        {"--dir", d, "--bootloader", "--board", "d"},              // per-board option before a board
         {"--dir", d},                                              // eleven boards, filled in below
     };
     // Default names have one digit for the position.
@@ -171,8 +172,11 @@ TEST(BoardsimOptions, MistakesAreRejected)
         EXPECT_FALSE(parseOptions(args, o, error)) << args.back();
         EXPECT_FALSE(error.empty()) << args.back();
     }
-    bad.back().insert(bad.back().end(), {"--name", "last"});
-    EXPECT_TRUE(parseOptions(bad.back(), o, error)) << error;
+    bad.back().insert(bad.back().end(), {"--name", "last", "--bootloader"});
+    ASSERT_TRUE(parseOptions(bad.back(), o, error)) << error;
+    EXPECT_TRUE(o.boards.back().bootloader);
+    EXPECT_FALSE(o.boards.front().bootloader);
+    EXPECT_NE(std::string::npos, usageText().find("--bootloader"));
 }
 
 TEST(BoardsimFaults, BadSettingsAreRefusedAndLeaveFaultsAlone)
@@ -182,12 +186,17 @@ TEST(BoardsimFaults, BadSettingsAreRefusedAndLeaveFaultsAlone)
     ASSERT_TRUE(applyFaultSetting(f, "nack-every=3", error)) << error;
     for (const char* bad : {"nack-every=0", "nack-every=", "nack-every", "drop-every=x", "baud=0", "delay-ms=-1",
                             "highbit-before=41", "highbit-before=A5A5", "junk-before", "bogus", "clear=1",
-                            "random=7", "random=x:5", "random=7:101", "events=101", "babble=1"}) {
+                            "random=7", "random=x:5", "random=7:101", "events=101", "babble=1", "refuse-writes",
+                            "refuse-writes=0", "stall-read=0", "corrupt-read=x"}) {
         error.clear();
         EXPECT_FALSE(applyFaultSetting(f, bad, error)) << bad;
         EXPECT_FALSE(error.empty()) << bad;
     }
     EXPECT_EQ(f.nackEvery, 3u) << "a rejected setting changed the faults";
+    EXPECT_FALSE(f.stallReads || f.corruptReads || f.refuseWrites);
+    ASSERT_TRUE(applyFaultSetting(f, "stall-read=3", error) && applyFaultSetting(f, "corrupt-read", error));
+    EXPECT_EQ(f.stallReads, 3u);
+    EXPECT_EQ(f.corruptReads, 1u);
     ASSERT_TRUE(applyFaultSetting(f, "clear", error));
     EXPECT_FALSE(f.any());
 }
@@ -272,17 +281,6 @@ TEST(BoardsimBoard, ControlEventsAndRawBytes)
     EXPECT_TRUE(sim.quitRequested());
 }
 
-TEST(BoardsimBoard, HandsOverToTheBootloaderAndBack)
-{
-    Sim sim({"--log", "--board", "c", "--id", "5"});
-    auto port = sim.open();
-    EXPECT_TRUE(replies(*port, {"%UP"}, {"OK"}));
-    EXPECT_TRUE(replies(*port, {"?", "@"}, {"(bootloader) Chassis board V1.00", "R5"}));
-    EXPECT_TRUE(sim.printed("rx 0 @"));
-    // What follows the restart in the same read is the application's.
-    EXPECT_TRUE(replies(*port, {"#?"}, {"Chassis board V1.00"}));
-}
-
 // ---------------------------------------------------------------------------
 // Faults on the wire
 
@@ -343,77 +341,57 @@ TEST(BoardsimFaultWire, DelayAndBaudHoldBackWhatTheBoardSends)
 }
 
 // ---------------------------------------------------------------------------
-// The hooks board personalities build on
+// What board personalities build on: state events, control lines, ticks
 
 namespace {
 
-// A board with a lamp: "L1"/"L0" switch it with a click before the "OK", and
-// "!" reports it; the control line "press B" toggles it and "blink B" its ticking.
-class Lamp : public Personality {
+// A board that sends an event before its reply to "L", which no real one does yet.
+class EventFirst : public Personality {
 public:
     using Personality::Personality;
-
-    bool control(const std::string& verb, const std::string& args, Replier& out, std::string& error) override
-    {
-        if (verb == "press") {
-            on_ = !on_;
-            synchronise(out);
-        } else if (verb == "blink") {
-            blinking_ = !blinking_;
-        } else {
-            return Personality::control(verb, args, out, error);
-        }
-        return true;
-    }
-    std::chrono::milliseconds tickInterval() const override { return std::chrono::milliseconds(blinking_ ? 20 : 0); }
-    void tick(Replier& out) override { out.event("blink"); }
 
 protected:
     bool command(const std::string& line, Replier& out) override
     {
-        if (line != "L1" && line != "L0")
+        if (line != "L")
             return false;
-        on_ = line == "L1";
         out.event("click");
         out.ok();
         return true;
     }
-    void synchronise(Replier& out) override { out.event(on_ ? "lamp on" : "lamp off"); }
-
-private:
-    bool on_ = false;
-    bool blinking_ = false;
 };
-
-std::unique_ptr<Personality> makeLamp(const BoardInfo& info) { return std::make_unique<Lamp>(info); }
 
 } // namespace
 
-TEST(BoardsimPersonalityHooks, CommandsSynchronisationControlAndTicks)
+TEST(BoardsimPersonalityHooks, EventsControlLinesAndTicks)
 {
-    Sim sim({"--board", "c", "--id", "8", "--fault", "junk-before=JUNK"}, makeLamp);
-    auto port = sim.open();
     // Junk goes right before the final line, not before the events around it.
-    EXPECT_TRUE(replies(*port, {"!", "L1"}, {"JUNK", "OK", "lamp off", "click", "JUNK", "OK"}));
-    ASSERT_EQ(sim.control("fault 0 clear"), "ok");
-    EXPECT_TRUE(replies(*port, {"L0", "@", "X", "!"}, {"click", "OK", "R8", "N", "OK", "lamp off"}));
-    EXPECT_EQ(sim.control("press 0"), "ok");
-    EXPECT_EQ(port->line(), "lamp on");
+    Sim first({"--board", "c", "--fault", "junk-before=JUNK"},
+              [](const BoardInfo& info) { return std::make_unique<EventFirst>(info); });
+    EXPECT_TRUE(replies(*first.open(), {"L", "@"}, {"click", "JUNK", "OK", "JUNK", "R0"}));
+
+    Sim sim({"--board", "x", "--id", "8", "--fault", "junk-before=JUNK", "--board", "r"});
+    auto x = sim.open(0);
+    EXPECT_TRUE(replies(*x, {"!", "L8"}, {"JUNK", "OK", "d0", "i0", "l0", "JUNK", "OK", "l8"}));
+    EXPECT_EQ(sim.control("insert 0"), "ok");
+    EXPECT_EQ(x->line(), "i1");
     EXPECT_EQ(sim.control("frob 0"), "error: unknown command 'frob'");
 
-    ASSERT_EQ(sim.control("blink 0"), "ok");
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(port->line(), "blink") << i;
-    ASSERT_EQ(sim.control("blink 0"), "ok");
+    auto r = sim.open(1);
+    EXPECT_TRUE(replies(*r, {"Q1"}, {"OK"}));
+    EXPECT_EQ(r->line().size(), 41u);
+    EXPECT_EQ(r->line(), "f0200021002200230024002500260027002800290");
+    EXPECT_EQ(r->line().size(), 41u);
     // Ticks sent before the switch-off may still be on their way; after the
     // reply to a later command, nothing more may come.
-    ASSERT_TRUE(port->write("@\n"));
+    ASSERT_TRUE(r->write("Q0\n@\n"));
     std::string line;
     do {
-        line = port->line();
-    } while (line == "blink");
-    EXPECT_EQ(line, "R8");
-    EXPECT_EQ(port->line(300ms), kNone);
+        line = r->line();
+    } while (line.size() == 41);
+    EXPECT_EQ(line, "OK");
+    EXPECT_EQ(r->line(), "R0");
+    EXPECT_EQ(r->line(300ms), kNone);
 }
 
 // ---------------------------------------------------------------------------

@@ -1,8 +1,6 @@
 # Firmware updaters and the flashing tool.
 avrtest_add_test(firmware_test SOURCES firmware_test.cpp LIBS avrtest_testsupport)
 avrtest_add_test(avrflash_test SOURCES avrflash_test.cpp LIBS avrflash_core avrtest_testsupport)
-# It runs the tool itself against the emulator.
-add_dependencies(avrflash_test avrflash)
-# Against boardsim's bootloader, and the avrflash program end to end.
+# The avrflash program end to end against boardsim's bootloader.
 avrtest_add_test(firmware_sim_test THREADED SOURCES firmware_sim_test.cpp LIBS avrflash_core avrtest_testsupport)
 add_dependencies(firmware_sim_test avrflash)
