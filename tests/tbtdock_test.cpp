@@ -16,11 +16,8 @@ using Entry = DockPlatform::Entry;
 using Node = FakeDockRegistry::Node;
 enum class Answer { reply, noHostComms, replyNotText, propertiesFail, setFails };
 
-/** The Thunderbolt dock driver in the registry: a dock runs each "sendCommand"
-    and publishes the answer under "HostComms"/"reply". It answers "?" with its
-    identity, "@" with its id reply, polls ("&") as scripted or else with
-    nothing, other commands as scripted or else with "OK", and records those
-    others as "<path> <command>". */
+/** A dock answers each "sendCommand" under "HostComms"/"reply": "?" with its identity, "@" with its id
+    reply, the rest as scripted or else "OK" (polls, "&": nothing); non-polls are recorded as "<path> <command>". */
 class FakeTbtDockDriver : public FakeDockRegistry
 {
 public:
@@ -146,9 +143,6 @@ TEST_F(TbtTest, ExchangeClassifiesTheReplyInItsOrder)
         { Answer::propertiesFail, "", false, false, false, " failed (getCFProperties)" },
         { Answer::setFails, "", false, false, false, nullptr },
         { Answer::reply, "N", true, true, false, nullptr },
-        { Answer::reply, "OK", true, true, false, nullptr },
-        { Answer::noHostComms, "", false, true, false, nullptr },
-        { Answer::propertiesFail, "", false, true, false, nullptr },
     };
     auto board = openWithoutPoll<TbtSingleBoard>();
     for (const auto& c : cases)
