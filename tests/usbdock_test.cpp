@@ -58,6 +58,7 @@ struct UsbDock : ::testing::Test
 //==============================================================================
 TEST_F(UsbDock, StatusChangesReachTheListenersThatWantThem)
 {
+    const auto full = status({ { 1, 0x0D }, { 3, 0x02 }, { 4, 'U' }, { 5, 0x90 }, { 6, 0x01 }, { 12, 1 } });
     const struct
     {
         const char* name;
@@ -67,9 +68,8 @@ TEST_F(UsbDock, StatusChangesReachTheListenersThatWantThem)
         bool storedWriteProtect;
     } cases[] = {
         { "write protection alone", { status({ { 1, 0x04 } }) }, XferDockEventListener::allEvents, {}, false },
-        { "an unchanged update raises nothing", { status({ { 1, 0x0D }, { 3, 0x02 }, { 4, 'U' }, { 5, 0x90 }, { 6, 0x01 }, { 12, 1 } }),
-          status({ { 1, 0x0D }, { 3, 0x02 }, { 4, 'U' }, { 5, 0x90 }, { 6, 0x01 }, { 12, 1 } }) },
-          XferDockEventListener::allEvents, { "pack present wp", "temp 25", "eject down", "fault on" }, true },
+        { "an unchanged update raises nothing", { full, full }, XferDockEventListener::allEvents,
+          { "pack present wp", "temp 25", "eject down", "fault on" }, true },
         { "fault-only listener hears everything changed with the fault",
           { status({ { 1, 0x09 }, { 4, 'U' }, { 5, 0x90 }, { 6, 0x01 }, { 12, 1 } }) },
           XferDockEventListener::faultEventBit, { "pack present", "temp 25", "fault on" }, false },
