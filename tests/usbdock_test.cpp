@@ -335,7 +335,6 @@ TEST_F(UsbDock, OpeningPicksTheDockByIndexFromOneRecordPerDeviceAndReadsItsFirmw
         const char* found; // version, serial and location; "" if not opened
         juce::StringArray calls, logged; // calls: those to the user client
     } cases[] = {
-        { "second dock", two, { 0, 1 }, nullptr, 1, "2.10.7 DOCK0002 14200000", opened, {} },
         { "two services of one device", two, { 0, 0, 1 }, nullptr, 1, "2.10.7 DOCK0002 14200000", opened, {} },
         { "id past the list", two, { 0, 1 }, nullptr, 2, "", {}, {} },
         { "negative id", two, { 0, 1 }, nullptr, -1, "", {}, {} },
