@@ -31,15 +31,10 @@ public:
         docks[dock].idReply = idReply;
         return dock;
     }
-    void willAnswer(Entry dock, const juce::String& text, Answer answer = Answer::reply)
+    void willAnswer(Entry dock, const juce::String& text, Answer answer = Answer::reply, bool aPoll = false)
     {
         const Guard g(lock);
-        docks.at(dock).answers.push_back({ answer, text });
-    }
-    void willAnswerPoll(Entry dock, const juce::String& text, Answer answer = Answer::reply)
-    {
-        const Guard g(lock);
-        docks.at(dock).polls.push_back({ answer, text });
+        (aPoll ? docks.at(dock).polls : docks.at(dock).answers).push_back({ answer, text });
     }
     int pollsAnswered(Entry dock) const { const Guard g(lock); return docks.at(dock).pollsAnswered; }
 
@@ -229,7 +224,7 @@ TEST_F(TbtTest, TwoFailedPollsInARowCloseTheBoardButOneIsToleratedAndClosingGive
         driver = std::make_shared<FakeTbtDockDriver>();
         const auto dock = driver->addDock("/dock", "Thunderbolt Single Dock 1.0");
         for (auto* poll : c.polls)
-            driver->willAnswerPoll(dock, poll ? poll : "", poll ? Answer::reply : Answer::setFails);
+            driver->willAnswer(dock, poll ? poll : "", poll ? Answer::reply : Answer::setFails, true);
         SingleHeard heard;
         TbtSingleBoard board(driver);
         board.registerListener(&heard);
