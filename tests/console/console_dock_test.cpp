@@ -39,21 +39,16 @@ protected:
         setenv("AVRTEST_DOCKSIM", socket.c_str(), 1);
     }
 
-    void startConsole(const std::vector<std::string>& args)
-    {
-        console = std::make_unique<ConsoleSession>(args);
-        ASSERT_TRUE(console->waitFor("Enter command (? for help)\n"));
-        ASSERT_TRUE(console->waitForKeyMode());
-        commandsSeen = commands().size();
-    }
-
     /** A fresh docksim and console; those of a previous case are ended first. */
     void start(const std::string& letter)
     {
         console.reset();
         sim.reset();
-        startSim(letter);
-        ASSERT_NO_FATAL_FAILURE(startConsole({ letter, "0" }));
+        ASSERT_NO_FATAL_FAILURE(startSim(letter));
+        console = std::make_unique<ConsoleSession>(std::vector<std::string> { letter, "0" });
+        ASSERT_TRUE(console->waitFor("Enter command (? for help)\n"));
+        ASSERT_TRUE(console->waitForKeyMode());
+        commandsSeen = commands().size();
         // Drain a Thunderbolt dock's opening events, so none falls between lines expected together.
         if (letter != "s")
         {
