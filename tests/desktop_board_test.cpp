@@ -36,13 +36,9 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     int v = -1;
     bool b = true;
 
-    EXPECT_TRUE(board.resetEeprom());
-    EXPECT_EQ(replied(board, "R2A", &DesktopBoard::getBatteryVoltage), 4200) << "battery steps are 100 mV";
-    EXPECT_EQ(replied(board, "Rb", &DesktopBoard::getDiskpackId), 11);
-    EXPECT_EQ(replied(board, "R0123-abc", &DesktopBoard::getDiskpackGuid), "0123-abc");
-    EXPECT_TRUE(board.setDiskpackWriteProtect(true));
+    // The console's key rows send the plain calls and decode their replies; these are the signs, limits,
+    // failures and the state the board keeps.
     EXPECT_TRUE(replied(board, "R1", &DesktopBoard::getDiskpackWriteProtect));
-    EXPECT_EQ(replied(board, "R01F4", &DesktopBoard::getOperatingHours), 500);
     EXPECT_EQ(repliedPair(board, "RF619", &DesktopBoard::getMinMaxTemperatures), std::make_pair(-10, 25));
     EXPECT_TRUE(board.setDiskpackPower(false));
     EXPECT_TRUE(board.setLedId(0x13)) << "the id is cut to one digit";
@@ -62,8 +58,7 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     board.willFail();
     EXPECT_FALSE(board.setDiskpackLed(1, diskpackLedOff));
     EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedOff));
-    EXPECT_EQ(board.sent, (juce::StringArray { "Z", "V", "I", "U", "X1", "Y0", "O", "M", "D0", "H3", "V", "Y0", "L8",
-                                               "L9", "LD", "L1" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "Y0", "M", "D0", "H3", "V", "Y0", "L8", "L9", "LD", "L1" }));
     EXPECT_EQ(board.getLedState(), 1);
     board.clearSent();
 
@@ -91,15 +86,6 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
                                                "E03042C44", "E03042C44", "E03042044", "E05042078", "E03042844" }));
     board.clearSent();
 
-    EXPECT_TRUE(board.clearErrorCounts());
-    EXPECT_EQ(board.sent.size(), 12);
-    board.clearSent();
-    board.willReply("OK");
-    board.willReply("OK");
-    board.willFail();
-    EXPECT_FALSE(board.clearErrorCounts());
-    EXPECT_EQ(board.sent.size(), 3) << "later PHYs are not cleared";
-
     // Only the disk PHYs 8..11 take a rate or a reset, and this expander has no 6 Gbit/s.
     board.clearSent();
     const auto slow = sasSpeed1G5;
@@ -107,15 +93,12 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
                  || board.setPhyMinMaxSpeed(8, sasSpeed6G, sasSpeed6G) || board.setPhyMinMaxSpeed(8, slow, sasSpeed6G)
                  || board.setPhyMinMaxSpeed(8, (SasPhyConnectSpeed) 0, sasSpeed3G));
     EXPECT_FALSE(board.resetPhy(7) || board.resetPhy(12));
-    EXPECT_TRUE(board.setPhyMinMaxSpeed(9, sasSpeed1G5, sasSpeed3G));
-    EXPECT_TRUE(board.resetPhy(8));
     board.willFail();
     EXPECT_FALSE(board.resetPhy(10)) << "no release after a failed hold";
     board.willReply("OK");
     board.willFail();
     EXPECT_FALSE(board.resetPhy(10));
-    EXPECT_EQ(board.sent, (juce::StringArray { "E020424A080900000", "E0204231000000003", "E0204231000000001",
-                                               "E02042B1000000003", "E02042B1000000003", "E02042B1000000001" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "E02042B1000000003", "E02042B1000000003", "E02042B1000000001" }));
 }
 
 // The emulator test checks the serial's place and the checksums the expander loads at reset.
