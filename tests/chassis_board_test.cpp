@@ -14,6 +14,7 @@ using Chassis = ScriptedBoardTest<VersionedChassis>;
 TEST_F(Chassis, SettersClampClosingCommitsAndFirmwareDecidesColourAndBayQuery)
 {
     board.setVolume(-3);
+    board.setVolume(32);
     board.setBrightness(16);
     board.setBrightness(-1);
     board.setLedState(0x3F); // only five LED bits exist
@@ -44,7 +45,7 @@ TEST_F(Chassis, SettersClampClosingCommitsAndFirmwareDecidesColourAndBayQuery)
     connected = true;
     EXPECT_FALSE(board.checkBayConnected(0, connected));
     EXPECT_FALSE(connected);
-    EXPECT_EQ(board.sent, (juce::StringArray { "V00", "R0F", "R00", "L1F", "W", "F1B", "S0", "H0" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "V00", "V1F", "R0F", "R00", "L1F", "W", "F1B", "S0", "H0" }));
 }
 
 TEST_F(Chassis, BayBytePowerNeedsALockAndUnlockNeedsPowerOff)
@@ -83,18 +84,16 @@ TEST_F(Chassis, BayBytePowerNeedsALockAndUnlockNeedsPowerOff)
 
 TEST_F(Chassis, EventsReachListenersByMask)
 {
-    ChassisHeard all, bay2(ChassisBoardEventListener::bayEventBit(2)),
+    // The console's event lines check the decoding; here the masks and bay 1, which it does not show.
+    ChassisHeard bays(ChassisBoardEventListener::bayEventBit(1) | ChassisBoardEventListener::bayEventBit(2)),
         knobs(ChassisBoardEventListener::volumeEventBit | ChassisBoardEventListener::shuttleEventBit);
-    board.registerListener(&all);
-    board.registerListener(&bay2);
+    board.registerListener(&bays);
     board.registerListener(&knobs);
 
-    feed(board, { "b3", "c1", "d2", "a0", "e", "v1F", "r0A", "sFE", "s1FE", "s05", "t42", "f1", "q", "u7" });
+    // A shuttle value wider than a byte is read by its low byte.
+    feed(board, { "b3", "c1", "d2", "a0", "e", "v1F", "r0A", "s1FE", "s05", "t42", "f1", "q", "u7" });
 
-    EXPECT_EQ(all.calls(), (Calls { "bay 1 present locked", "bay 2 present unlocked", "bay 3 absent locked",
-                                  "bay 0 absent unlocked", "eject", "volume 31", "brightness 10", "shuttle -2",
-                                  "shuttle -2", "shuttle 5", "button 66" }));
-    EXPECT_EQ(bay2.calls(), (Calls { "bay 2 present unlocked" }));
-    EXPECT_EQ(knobs.calls(), (Calls { "volume 31", "shuttle -2", "shuttle -2", "shuttle 5" }));
+    EXPECT_EQ(bays.calls(), (Calls { "bay 1 present locked", "bay 2 present unlocked" }));
+    EXPECT_EQ(knobs.calls(), (Calls { "volume 31", "shuttle -2", "shuttle 5" }));
     EXPECT_EQ(log.lines(), unknownEvents("ChassisBoardEventListener", "fqu"));
 }

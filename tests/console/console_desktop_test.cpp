@@ -1,34 +1,28 @@
 // The desktop transfer station menu and events, end to end.
 #include "console/ConsoleSession.h"
 
+#include <tuple>
+
 namespace
 {
-/** An expander EEPROM behind the pass-through that reads back what was
-    written, optionally with one byte spoiled or a block refused. */
+/** An expander EEPROM behind the pass-through that reads back the block just written (E00, the block
+    number, its bytes), optionally with one byte spoiled or the read refused. */
 struct ExpanderEeprom
 {
-    std::map<int, std::string> blocks;
-    int spoilBlock = -1;
-    int unreadableBlock = -1;
+    int spoilBlock = -1, unreadableBlock = -1;
+    std::string block, data;
 
     std::optional<std::vector<std::string>> operator()(const std::string& line)
     {
         if (line.rfind("E00", 0) == 0 && line.size() == 3 + 2 + 64)
-        {
-            blocks[std::stoi(line.substr(3, 2), nullptr, 16)] = line.substr(5);
-            return std::vector<std::string> { "OK" };
-        }
-        if (line.rfind("E010", 0) == 0 && line.size() == 5)
-        {
-            const int b = std::stoi(line.substr(4), nullptr, 16);
-            if (b == unreadableBlock)
-                return std::vector<std::string> { "N" };
-            std::string data = blocks[b];
-            if (b == spoilBlock)
-                data[10] = data[10] == '0' ? '1' : '0';
-            return std::vector<std::string> { "R" + data };
-        }
-        return std::nullopt;
+            std::tie(block, data) = std::make_pair(line.substr(3, 2), line.substr(5));
+        else if (line != "E01" + block)
+            return std::nullopt;
+        else if (std::stoi(block, nullptr, 16) == unreadableBlock)
+            return std::vector<std::string> { "N" };
+        else if (std::stoi(block, nullptr, 16) == spoilBlock)
+            data[10] = data[10] == '0' ? '1' : '0';
+        return std::vector<std::string> { line[2] == '0' ? "OK" : "R" + data };
     }
 };
 
