@@ -1,28 +1,26 @@
 // The desktop transfer station menu and events, end to end.
 #include "console/ConsoleSession.h"
 
-#include <tuple>
-
 namespace
 {
-/** An expander EEPROM behind the pass-through that reads back the block just written (E00, the block
-    number, its bytes), optionally with one byte spoiled or the read refused. */
+/** An expander EEPROM behind the pass-through that reads back the block just written, optionally with one
+    byte spoiled or the read refused. */
 struct ExpanderEeprom
 {
     int spoilBlock = -1, unreadableBlock = -1;
-    std::string block, data;
+    std::string written; // E00 without its prefix: the block number in two digits, then its bytes
 
     std::optional<std::vector<std::string>> operator()(const std::string& line)
     {
         if (line.rfind("E00", 0) == 0 && line.size() == 3 + 2 + 64)
-            std::tie(block, data) = std::make_pair(line.substr(3, 2), line.substr(5));
-        else if (line != "E01" + block)
+            written = line.substr(3);
+        else if (line != "E01" + written.substr(0, 2))
             return std::nullopt;
-        else if (std::stoi(block, nullptr, 16) == unreadableBlock)
+        else if (std::stoi(written.substr(0, 2), nullptr, 16) == unreadableBlock)
             return std::vector<std::string> { "N" };
-        else if (std::stoi(block, nullptr, 16) == spoilBlock)
-            data[10] = data[10] == '0' ? '1' : '0';
-        return std::vector<std::string> { line[2] == '0' ? "OK" : "R" + data };
+        else if (std::stoi(written.substr(0, 2), nullptr, 16) == spoilBlock)
+            written[12] = written[12] == '0' ? '1' : '0';
+        return std::vector<std::string> { line[2] == '0' ? "OK" : "R" + written.substr(2) };
     }
 };
 
