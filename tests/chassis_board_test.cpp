@@ -14,11 +14,10 @@ using Chassis = ScriptedBoardTest<VersionedChassis>;
 TEST_F(Chassis, SettersClampClosingCommitsAndFirmwareDecidesColourAndBayQuery)
 {
     board.setVolume(-3);
+    board.setVolume(32);
     board.setBrightness(16);
     board.setBrightness(-1);
-    board.setInverter(true);
     board.setLedState(0x3F); // only five LED bits exist
-    board.resetShuttle();
     board.willFail();
     board.closingBoard();
     EXPECT_EQ(log.lines(), (juce::StringArray { "ChassisBoard: failed to update EEPROM contents" }));
@@ -38,9 +37,7 @@ TEST_F(Chassis, SettersClampClosingCommitsAndFirmwareDecidesColourAndBayQuery)
     // Only four characters are compared, so 2.10 is older than 2.5.
     board.setVersionString("V2.10");
     EXPECT_TRUE(board.checkBayConnected(1, connected));
-    EXPECT_TRUE(board.setColour(1, 2, 3, 1));
     EXPECT_TRUE(board.setColour(5, 6, 7, 4)); // masked, not clamped
-    EXPECT_TRUE(board.setAmbientMode(true));
     EXPECT_TRUE(board.setScreenSaverEnable(false));
 
     board.setVersionString("V3.01");
@@ -48,8 +45,7 @@ TEST_F(Chassis, SettersClampClosingCommitsAndFirmwareDecidesColourAndBayQuery)
     connected = true;
     EXPECT_FALSE(board.checkBayConnected(0, connected));
     EXPECT_FALSE(connected);
-    EXPECT_EQ(board.sent,
-              (juce::StringArray { "V00", "R0F", "R00", "I1", "L1F", "T", "W", "F5B", "F1B", "P1", "S0", "H0" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "V00", "V1F", "R0F", "R00", "L1F", "W", "F1B", "S0", "H0" }));
 }
 
 TEST_F(Chassis, BayBytePowerNeedsALockAndUnlockNeedsPowerOff)
@@ -88,18 +84,16 @@ TEST_F(Chassis, BayBytePowerNeedsALockAndUnlockNeedsPowerOff)
 
 TEST_F(Chassis, EventsReachListenersByMask)
 {
-    ChassisHeard all, bay2(ChassisBoardEventListener::bayEventBit(2)),
+    // The console's event lines check the decoding; here the masks and bay 1, which it does not show.
+    ChassisHeard bays(ChassisBoardEventListener::bayEventBit(1) | ChassisBoardEventListener::bayEventBit(2)),
         knobs(ChassisBoardEventListener::volumeEventBit | ChassisBoardEventListener::shuttleEventBit);
-    board.registerListener(&all);
-    board.registerListener(&bay2);
+    board.registerListener(&bays);
     board.registerListener(&knobs);
 
-    feed(board, { "b3", "c1", "d2", "a0", "e", "v1F", "r0A", "sFE", "s1FE", "s05", "t42", "f1", "q", "u7" });
+    // A shuttle value wider than a byte is read by its low byte.
+    feed(board, { "b3", "c1", "d2", "a0", "e", "v1F", "r0A", "s1FE", "s05", "t42", "f1", "q", "u7" });
 
-    EXPECT_EQ(all.calls(), (Calls { "bay 1 present locked", "bay 2 present unlocked", "bay 3 absent locked",
-                                  "bay 0 absent unlocked", "eject", "volume 31", "brightness 10", "shuttle -2",
-                                  "shuttle -2", "shuttle 5", "button 66" }));
-    EXPECT_EQ(bay2.calls(), (Calls { "bay 2 present unlocked" }));
-    EXPECT_EQ(knobs.calls(), (Calls { "volume 31", "shuttle -2", "shuttle -2", "shuttle 5" }));
+    EXPECT_EQ(bays.calls(), (Calls { "bay 1 present locked", "bay 2 present unlocked" }));
+    EXPECT_EQ(knobs.calls(), (Calls { "volume 31", "shuttle -2", "shuttle 5" }));
     EXPECT_EQ(log.lines(), unknownEvents("ChassisBoardEventListener", "fqu"));
 }

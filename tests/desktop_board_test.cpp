@@ -36,14 +36,11 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     int v = -1;
     bool b = true;
 
-    EXPECT_TRUE(board.resetEeprom());
-    EXPECT_EQ(replied(board, "R2A", &DesktopBoard::getBatteryVoltage), 4200) << "battery steps are 100 mV";
-    EXPECT_EQ(replied(board, "Rb", &DesktopBoard::getDiskpackId), 11);
-    EXPECT_EQ(replied(board, "R0123-abc", &DesktopBoard::getDiskpackGuid), "0123-abc");
-    EXPECT_TRUE(board.setDiskpackWriteProtect(true));
+    // The console's key rows send the plain calls and decode their replies; these are the signs, limits,
+    // failures and the state the board keeps.
     EXPECT_TRUE(replied(board, "R1", &DesktopBoard::getDiskpackWriteProtect));
-    EXPECT_EQ(replied(board, "R01F4", &DesktopBoard::getOperatingHours), 500);
-    EXPECT_EQ(repliedPair(board, "RF619", &DesktopBoard::getMinMaxTemperatures), std::make_pair(-10, 25));
+    board.willReply("RF619");
+    EXPECT_EQ(readPair(board, &DesktopBoard::getMinMaxTemperatures), std::make_pair(-10, 25));
     EXPECT_TRUE(board.setDiskpackPower(false));
     EXPECT_TRUE(board.setLedId(0x13)) << "the id is cut to one digit";
     // A reply of the wrong length, or a failure, leaves the result alone.
@@ -62,8 +59,7 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     board.willFail();
     EXPECT_FALSE(board.setDiskpackLed(1, diskpackLedOff));
     EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedOff));
-    EXPECT_EQ(board.sent, (juce::StringArray { "Z", "V", "I", "U", "X1", "Y0", "O", "M", "D0", "H3", "V", "Y0", "L8",
-                                               "L9", "LD", "L1" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "Y0", "M", "D0", "H3", "V", "Y0", "L8", "L9", "LD", "L1" }));
     EXPECT_EQ(board.getLedState(), 1);
     board.clearSent();
 
@@ -91,15 +87,6 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
                                                "E03042C44", "E03042C44", "E03042044", "E05042078", "E03042844" }));
     board.clearSent();
 
-    EXPECT_TRUE(board.clearErrorCounts());
-    EXPECT_EQ(board.sent.size(), 12);
-    board.clearSent();
-    board.willReply("OK");
-    board.willReply("OK");
-    board.willFail();
-    EXPECT_FALSE(board.clearErrorCounts());
-    EXPECT_EQ(board.sent.size(), 3) << "later PHYs are not cleared";
-
     // Only the disk PHYs 8..11 take a rate or a reset, and this expander has no 6 Gbit/s.
     board.clearSent();
     const auto slow = sasSpeed1G5;
@@ -107,15 +94,12 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
                  || board.setPhyMinMaxSpeed(8, sasSpeed6G, sasSpeed6G) || board.setPhyMinMaxSpeed(8, slow, sasSpeed6G)
                  || board.setPhyMinMaxSpeed(8, (SasPhyConnectSpeed) 0, sasSpeed3G));
     EXPECT_FALSE(board.resetPhy(7) || board.resetPhy(12));
-    EXPECT_TRUE(board.setPhyMinMaxSpeed(9, sasSpeed1G5, sasSpeed3G));
-    EXPECT_TRUE(board.resetPhy(8));
     board.willFail();
     EXPECT_FALSE(board.resetPhy(10)) << "no release after a failed hold";
     board.willReply("OK");
     board.willFail();
     EXPECT_FALSE(board.resetPhy(10));
-    EXPECT_EQ(board.sent, (juce::StringArray { "E020424A080900000", "E0204231000000003", "E0204231000000001",
-                                               "E02042B1000000003", "E02042B1000000003", "E02042B1000000001" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "E02042B1000000003", "E02042B1000000003", "E02042B1000000001" }));
 }
 
 // The emulator test checks the serial's place and the checksums the expander loads at reset.
@@ -175,16 +159,16 @@ TEST(DesktopEeprom, FactoryImageProgramsEveryBlockVerifiesResetsAndStopsAtAFailu
 
 TEST_F(Desktop, EventsReachListenersByMask)
 {
-    DesktopHeard all, tempAndPresence(DesktopBoardEventListener::diskpackTemperatureBit | DesktopBoardEventListener::diskpackBit);
-    HardwareBoardEventListener foreign; // not a desktop listener: must be skipped safely
+    // The console's event lines check the decoding; here the masks, the debug text it does not show, and a
+    // listener of another kind, which must be passed over safely.
+    DesktopHeard some(DesktopBoardEventListener::diskpackTemperatureBit | DesktopBoardEventListener::diskpackBit
+                      | DesktopBoardEventListener::debugBit);
+    HardwareBoardEventListener foreign;
     board.registerListener(&foreign);
-    board.registerListener(&all);
-    board.registerListener(&tempAndPresence);
+    board.registerListener(&some);
 
-    feed(board, { "pF0", "p19", "v1", "v0", "i1", "i0", "l9", "dhello R world", "d", "t12", "b1" });
+    feed(board, { "pF0", "v1", "i1", "l9", "dhello R world", "d", "t12", "b1" });
 
-    EXPECT_EQ(all.calls(), (Calls { "temp -16", "temp 25", "lever open", "lever closed", "present", "absent",
-                                    "led 9", "debug hello R world", "debug " }));
-    EXPECT_EQ(tempAndPresence.calls(), (Calls { "temp -16", "temp 25", "present", "absent" }));
+    EXPECT_EQ(some.calls(), (Calls { "temp -16", "present", "debug hello R world", "debug " }));
     EXPECT_EQ(log.lines(), unknownEvents("DesktopBoardEventListener", "tb"));
 }

@@ -5,19 +5,16 @@ using Transfer = ScriptedBoardTest<Scripted<TransferBoard>>;
 
 TEST_F(Transfer, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
 {
-    EXPECT_TRUE(board.setFanSpeed(300));
+    // The console's key rows send the plain calls and decode their replies; these are the clamps, the
+    // refusals, the off cases and the state the board keeps.
     EXPECT_TRUE(board.setFanSpeed(-1));
     EXPECT_FALSE(board.setFanPwmFreq(6) || board.setFanPwmFreq(-1));
-    EXPECT_TRUE(board.setFanPwmFreq(0));
-    board.setDiskpackWriteProtect(true);
+    EXPECT_TRUE(board.setFanPwmFreq(5));
     board.setDiskpackWriteProtect(false);
     board.setInternalDisksWriteProtect(false);
-    EXPECT_TRUE(board.setSasAddr(1, ""));
     EXPECT_FALSE(board.setSasAddr(2, "5000C5001234567") || board.setSasAddr(2, "5000C500123456789"));
-    board.setDevicesFitted(2, true);
     board.setDevicesFitted(4, false);
-    EXPECT_TRUE(board.resetEeprom());
-    EXPECT_EQ(board.sent, (juce::StringArray { "FFF", "F00", "W0", "X01", "X00", "X10", "S1", "R12", "R04", "Z" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "F00", "W5", "X00", "X10", "R04" }));
 
     // The LED state is sent only on a change, the power state always whole.
     board.clearSent();
@@ -39,17 +36,6 @@ TEST_F(Transfer, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
                                                "D2" }));
     board.clearSent();
 
-    bool wp = true;
-    board.willReply("R0");
-    EXPECT_TRUE(board.getInternalDisksWriteProtect(wp));
-    EXPECT_FALSE(wp);
-    EXPECT_TRUE(replied(board, "R1", &TransferBoard::getDiskpackWriteProtect));
-    EXPECT_EQ(replied(board, "R0010", &TransferBoard::getBatteryCurrent), 160);
-    EXPECT_EQ(replied(board, "R3C", &TransferBoard::getBatteryVoltage), 12000);
-    EXPECT_EQ(replied(board, "R64", &TransferBoard::getBatteryCapacity), 100);
-    EXPECT_EQ(repliedPair(board, "R80FF", &TransferBoard::getMinMaxTemperatures), std::make_pair(-128, -1));
-    EXPECT_EQ(replied(board, "R0100", &TransferBoard::getOperatingHours), 256);
-    EXPECT_EQ(replied(board, "R0123-4567", &TransferBoard::getDiskpackGuid), "0123-4567");
     // The fitted devices share one reply; a failed or short one reads as nothing fitted.
     board.willReply("R0F");
     EXPECT_FALSE(board.getTapeDriveFitted());
@@ -57,19 +43,15 @@ TEST_F(Transfer, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
     EXPECT_EQ(board.getNumInternalDisks(), 0);
     board.willReply("R1");
     EXPECT_FALSE(board.getTapeDriveFitted());
-    EXPECT_EQ(board.sent, (juce::StringArray { "Y1", "Y0", "C", "V", "B", "M", "O", "U", "N", "N", "N" }));
+    EXPECT_EQ(board.sent, (juce::StringArray { "N", "N", "N" }));
 }
 
 TEST_F(Transfer, EventsReachListenersByMask)
 {
-    TransferHeard all, door(TransferBoardEventListener::doorEventBit | TransferBoardEventListener::ledEventBit);
-    board.registerListener(&all);
+    // The console's event lines check the decoding; here the masks.
+    TransferHeard door(TransferBoardEventListener::doorEventBit | TransferBoardEventListener::ledEventBit);
     board.registerListener(&door);
-
-    feed(board, { "pF0", "p1F", "d1", "d0", "i1", "i0", "l9", "t20" });
-
-    EXPECT_EQ(all.calls(),
-              (Calls { "temp -16", "temp 31", "door open", "door closed", "pack in", "pack out", "led 9" }));
-    EXPECT_EQ(door.calls(), (Calls { "door open", "door closed", "led 9" }));
+    feed(board, { "pF0", "d1", "i1", "l9", "t20" });
+    EXPECT_EQ(door.calls(), (Calls { "door open", "led 9" }));
     EXPECT_EQ(log.lines(), unknownEvents("TransferBoardEventListener", "t"));
 }

@@ -19,6 +19,7 @@ TEST_F(ChassisConsole, KeysAndEventsPrintTheirLines)
         // A bay's first use sends its all-off control byte first.
         { 'F', { { "Fan speed: ", "1 30" } }, { { "B00", {} }, { "B1E", {} } } },
         { 'H', { { "Check bay connected: ", "1" } }, { { "H1", { "R1" } } }, "Bay 1 is connected\n" },
+        { 'H', { { "Check bay connected: ", "1" } }, { { "H1", { "R0" } } }, "Bay 1 is not connected\n" },
         // The bay line follows a failed check too.
         { 'H', { { "Check bay connected: ", "0" } }, { { "H0", { "N" } } }, "Failed\nBay 0 is not connected\n" },
         { 'I', { { "Inverter: ", "1" } }, { { "I1", {} } } },

@@ -3,32 +3,24 @@
 
 namespace
 {
-/** An expander EEPROM behind the pass-through that reads back what was
-    written, optionally with one byte spoiled or a block refused. */
+/** An expander EEPROM behind the pass-through that reads back the block just written, optionally with one
+    byte spoiled or the read refused. */
 struct ExpanderEeprom
 {
-    std::map<int, std::string> blocks;
-    int spoilBlock = -1;
-    int unreadableBlock = -1;
+    int spoilBlock = -1, unreadableBlock = -1;
+    std::string written; // E00 without its prefix: the block number in two digits, then its bytes
 
     std::optional<std::vector<std::string>> operator()(const std::string& line)
     {
         if (line.rfind("E00", 0) == 0 && line.size() == 3 + 2 + 64)
-        {
-            blocks[std::stoi(line.substr(3, 2), nullptr, 16)] = line.substr(5);
-            return std::vector<std::string> { "OK" };
-        }
-        if (line.rfind("E010", 0) == 0 && line.size() == 5)
-        {
-            const int b = std::stoi(line.substr(4), nullptr, 16);
-            if (b == unreadableBlock)
-                return std::vector<std::string> { "N" };
-            std::string data = blocks[b];
-            if (b == spoilBlock)
-                data[10] = data[10] == '0' ? '1' : '0';
-            return std::vector<std::string> { "R" + data };
-        }
-        return std::nullopt;
+            written = line.substr(3);
+        else if (line != "E01" + written.substr(0, 2))
+            return std::nullopt;
+        else if (std::stoi(written.substr(0, 2), nullptr, 16) == unreadableBlock)
+            return std::vector<std::string> { "N" };
+        else if (std::stoi(written.substr(0, 2), nullptr, 16) == spoilBlock)
+            written[12] = written[12] == '0' ? '1' : '0';
+        return std::vector<std::string> { line[2] == '0' ? "OK" : "R" + written.substr(2) };
     }
 };
 

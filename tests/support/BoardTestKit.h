@@ -1,7 +1,6 @@
 #pragma once
 
-// What the tests of the six board classes share: a listener for each board
-// that writes every call down as text, a scripted board with the log
+// What the board tests share: listeners that write each call down as text, a scripted board with the log
 // captured, and short ways to feed events and to read a value back.
 
 #include "support/PtyPeer.h"
@@ -189,17 +188,12 @@ struct ReadInto<bool (C::*)(P...)>
 template <class T>
 T unread()
 {
-    return T {};
-}
-template <>
-inline int unread<int>()
-{
-    return std::numeric_limits<int>::min();
-}
-template <>
-inline juce::String unread<juce::String>()
-{
-    return "(unread)";
+    if constexpr (std::is_same_v<T, int>)
+        return std::numeric_limits<int>::min();
+    else if constexpr (std::is_same_v<T, juce::String>)
+        return "(unread)";
+    else
+        return T {};
 }
 
 /** Calls a getter, expecting it to succeed, and returns what it read. */
@@ -227,14 +221,6 @@ std::pair<int, int> readPair(Board& board, Get get, Args... args)
     std::pair<int, int> values { unread<int>(), unread<int>() };
     EXPECT_TRUE((board.*get)(args..., values.first, values.second));
     return values;
-}
-
-template <class Board, class Get, class... Args>
-std::pair<int, int> repliedPair(Board& board, const juce::String& reply, Get get, Args... args)
-{
-    board.willReply(reply);
-    SCOPED_TRACE("reply " + reply.toStdString());
-    return readPair(board, get, args...);
 }
 
 /** A private device directory with the emulator publishing boards in it. */
