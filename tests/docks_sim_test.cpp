@@ -1,6 +1,5 @@
-// The three docks end to end: the dock classes over the emulated platform,
-// across the socket, against the dock emulator, and avrflash updating a
-// Thunderbolt dock through its bootloader.
+// The three docks end to end: the dock classes over the emulated platform, across the socket, against the
+// dock emulator, and avrflash updating a Thunderbolt dock through its bootloader.
 #include "docks/platform/DockPlatform.h"
 #include "support/DockHeard.h"
 
@@ -17,29 +16,13 @@ namespace
 {
 using namespace boardtest;
 
-/** The listeners of all three docks; each case registers its own. */
-struct Listeners
-{
-    UsbDockHeard usb;
-    SingleHeard single;
-    Cd2Heard cd2;
-};
-
-template <class H>
-std::pair<HardwareBoardEventListener*, Heard*> both(H& heard)
-{
-    return { &heard, &heard };
-}
-
-/** One dock under test: how to make it and pick its listener, what its readings give, and an event with
-    the call it must raise. */
+/** One dock under test: how to make it, what its readings give, and an event with the call it must raise. */
 struct DockCase
 {
     const char* name;
     int index; // in the emulator's dock list, and its id
     const char* version;
     std::function<std::unique_ptr<HardwareBoard>()> makeBoard;
-    std::function<std::pair<HardwareBoardEventListener*, Heard*>(Listeners&)> listener;
     std::function<std::string(HardwareBoard&)> read;
     std::string readings, eventControl, eventSeen;
 };
@@ -66,7 +49,6 @@ const std::vector<DockCase>& dockCases()
 {
     static const std::vector<DockCase> cases {
         { "usb", 0, "2.7.1", [] { return std::make_unique<XferDock>(DockPlatform::create()); },
-          [](Listeners& l) { return both(l.usb); },
           [](HardwareBoard& b) {
               int id = -1;
               const bool ok = static_cast<XferDock&>(b).getDiskpackId(id);
@@ -74,11 +56,9 @@ const std::vector<DockCase>& dockCases()
           },
           "1 1", "button 0 down", "eject down" },
         { "single", 1, "V3.1", [] { return std::make_unique<TbtSingleBoard>(DockPlatform::create()); },
-          [](Listeners& l) { return both(l.single); }, tbtReadings(1), "1 1234 SIMDISK11Z1 00d1dc5e12340001",
-          "button 1 down", "eject down" },
+          tbtReadings(1), "1 1234 SIMDISK11Z1 00d1dc5e12340001", "button 1 down", "eject down" },
         { "cd2", 2, "V4.2", [] { return std::make_unique<TbtCd2Board>(DockPlatform::create()); },
-          [](Listeners& l) { return both(l.cd2); }, tbtReadings(3), "1 1234 SIMDISK23Z2 00d1dc5e12340002",
-          "fan 2 200", "fan 200" },
+          tbtReadings(3), "1 1234 SIMDISK23Z2 00d1dc5e12340002", "fan 2 200", "fan 200" },
     };
     return cases;
 }
@@ -116,10 +96,15 @@ protected:
 TEST_P(DocksOverTheSocket, OpensRunsCommandsDeliversEventsAndClosesOnUnplug)
 {
     const auto& c = GetParam();
-    Listeners listeners;
+    UsbDockHeard usb;
+    SingleHeard single;
+    Cd2Heard cd2;
+    const std::pair<HardwareBoardEventListener*, Heard*> byIndex[] = { { &usb, &usb }, { &single, &single },
+                                                                        { &cd2, &cd2 } };
+    const auto [listener, heard] = byIndex[c.index];
     auto board = c.makeBoard();
-    const auto [listener, heard] = c.listener(listeners);
 
+    EXPECT_FALSE(board->findAndOpen(7)) << "no dock has that id";
     ASSERT_TRUE(board->findAndOpen(c.index));
     EXPECT_EQ(juce::String(c.version), board->getVersionString());
     board->registerListener(listener);
@@ -132,13 +117,6 @@ TEST_P(DocksOverTheSocket, OpensRunsCommandsDeliversEventsAndClosesOnUnplug)
     ASSERT_EQ("ok", sim->control("unplug " + std::to_string(c.index)));
     EXPECT_TRUE(waitUntil([&] { return !board->boardIsOpen(); })) << "still open after unplug";
     board->deregisterListener(listener);
-}
-
-TEST_P(DocksOverTheSocket, AnIdNoDockHasIsNotFound)
-{
-    auto board = GetParam().makeBoard();
-    EXPECT_FALSE(board->findAndOpen(7));
-    EXPECT_FALSE(board->boardIsOpen());
 }
 
 INSTANTIATE_TEST_SUITE_P(Docks, DocksOverTheSocket, ::testing::ValuesIn(dockCases()),
@@ -158,13 +136,8 @@ TEST_F(DocksOverTheSocket, AvrflashUpdatesAThunderboltDockThroughItsBootloader)
 
     // What the dock's flash holds now, checked by the emulator itself.
     for (int offset : { 0, 512, 1024 })
-    {
-        juce::String hex;
-        for (int i = offset; i < offset + 16; ++i)
-            hex << juce::String::toHexString(static_cast<const uint8_t*>(image.getData()) + i, 1, 0);
-        EXPECT_EQ("ok", sim->control("check 1 flash:" + juce::String::toHexString(offset).toStdString() + " " +
-                                     hex.toStdString()))
+        EXPECT_EQ("ok", sim->control("check 1 flash:" + juce::String::toHexString(offset).toStdString() + " "
+                                     + juce::String::toHexString(image.begin() + offset, 16, 0).toStdString()))
             << "offset " << offset << "\n" << run.output;
-    }
     EXPECT_EQ("ok", sim->control("check 1 endstatus 1")) << "told it succeeded";
 }
