@@ -82,9 +82,9 @@ TEST(XBoot2, RequestsCarryLowerCaseHexAndTheCrcOfTheRawBytes)
                          firmwareStatusAborted, (FirmwareStatus) 200 })
         ASSERT_TRUE(up.endFirmwareUpdate(status));
     page.insert(page.begin(), { 0x01, 0xAB });
-    const juce::StringArray expected { "%UP", xboot2Request('~', {}), xboot2Request(':', page), xboot2Request('#', { 0 }),
-                                       xboot2Request('#', { 1 }), xboot2Request('#', { 2 }), xboot2Request('#', { 0 }),
-                                       xboot2Request('#', { 0 }) };
+    const juce::StringArray expected { "%UP", xboot2Request('~', {}), xboot2Request(':', page),
+                                       xboot2Request('#', { 0 }), xboot2Request('#', { 1 }), xboot2Request('#', { 2 }),
+                                       xboot2Request('#', { 0 }), xboot2Request('#', { 0 }) };
     EXPECT_EQ(expected, board.sent);
     EXPECT_FALSE(board.expected[2]);
 
@@ -92,8 +92,9 @@ TEST(XBoot2, RequestsCarryLowerCaseHexAndTheCrcOfTheRawBytes)
     board.setOpen(false);
     board.clearSent();
     message = "stale";
-    EXPECT_FALSE(up.startFirmwareUpdate() || up.eraseApplicationSection() || up.endFirmwareUpdate(firmwareStatusSucceeded)
-                 || up.readApplicationPage(page.data(), 0, message) || up.programApplicationPage(page.data(), 0, message));
+    EXPECT_FALSE(up.startFirmwareUpdate() || up.eraseApplicationSection() || up.endFirmwareUpdate(firmwareStatusAborted)
+                 || up.readApplicationPage(page.data(), 0, message)
+                 || up.programApplicationPage(page.data(), 0, message));
     EXPECT_TRUE(message.isEmpty());
     EXPECT_TRUE(board.sent.isEmpty());
 }
