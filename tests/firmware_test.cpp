@@ -169,12 +169,19 @@ std::vector<std::string> discovery(const std::string& line)
     return { line == "?" ? "Test board V1.0" : line == "@" ? "R0" : "OK" };
 }
 
+/** Any board class whose close-time duty is a command, as the chassis's is. */
+struct CommitsOnClose : TestBoard
+{
+    ~CommitsOnClose() override { closeBoard(false); }
+    void closingBoard() override { sendCommand('W', -1, 2); }
+};
+
 /** A serial board whose bootloader is played by the test on the far end of a pty. */
 struct XBoot : ::testing::Test
 {
     TempDevDir dev;
     PtyPeer peer { dev.path(), "ttyUSB0" };
-    TestBoard board;
+    CommitsOnClose board;
     XBootFWUpdater up { &board };
     Bytes page = Bytes(256, 0), data = Bytes(256);
 
@@ -185,6 +192,7 @@ struct XBoot : ::testing::Test
         ASSERT_TRUE(up.startFirmwareUpdate());
         peer.stopServing();
     }
+    void TearDown() override { board.closeBoardWithoutClosingCommand(); }
 
     /** Writes `page` (or reads into `data`) on a thread of its own while the test plays the bootloader. */
     std::future<std::pair<bool, juce::String>> later(bool write, int number)
@@ -255,31 +263,15 @@ TEST_F(XBoot, NothingIsSentOnceTheBoardIsClosed)
     EXPECT_TRUE(up.eraseApplicationSection());
 }
 
-//==============================================================================
-TEST(FirmwareClose, ARestartingBoardIsClosedWithoutItsClosingCommand)
+TEST_F(XBoot, ARestartingBoardIsClosedWithoutItsClosingCommandButTheNextCloseHasIt)
 {
-    // Any board class whose close-time duty is a command, as the chassis's is.
-    struct CommitsOnClose : TestBoard
-    {
-        ~CommitsOnClose() override { closeBoard(false); }
-        void closingBoard() override { sendCommand('W', -1, 2); }
-    };
-    TempDevDir dev;
-    PtyPeer peer(dev.path(), "ttyUSB0");
     peer.serve(discovery);
-    CommitsOnClose board;
-    // Only that one close goes without: the next takes its command again.
-    for (const bool restarting : { true, false })
-    {
-        flipSpeed(peer.linkPath());
-        ASSERT_TRUE(board.findAndOpen(-1));
-        if (restarting)
-            board.closeBoardWithoutClosingCommand();
-        else
-            board.closeBoard(false);
-        EXPECT_FALSE(board.boardIsOpen());
-    }
-    const std::vector<std::string> expected { "?", "@", "?", "@", "W" };
+    board.closeBoardWithoutClosingCommand();
+    EXPECT_FALSE(board.boardIsOpen());
+    flipSpeed(peer.linkPath());
+    ASSERT_TRUE(board.findAndOpen(-1));
+    board.closeBoard(false);
+    const std::vector<std::string> expected { "?", "@", "%UP", "?", "@", "W" };
     ASSERT_TRUE(peer.waitForReceived(expected.size()));
     EXPECT_EQ(expected, peer.received());
 }
