@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -128,18 +127,14 @@ namespace
 /** Captures what the progress display writes. */
 struct Captured
 {
-    char* buffer = nullptr;
-    size_t size = 0;
-    FILE* file = open_memstream(&buffer, &size);
-    ~Captured()
-    {
-        std::fclose(file);
-        std::free(buffer);
-    }
+    FILE* file = std::tmpfile();
+    ~Captured() { std::fclose(file); }
     std::string text() const
     {
-        std::fflush(file);
-        return std::string(buffer, size);
+        std::string s((size_t) std::ftell(file), '\0');
+        std::rewind(file);
+        s.resize(std::fread(s.data(), 1, s.size(), file));
+        return s;
     }
 };
 
@@ -190,9 +185,8 @@ TEST(FlashProgress, PlainOutputIsALineAtEachTenthATerminalRedrawsOneBarAndRatesR
 //==============================================================================
 namespace
 {
-/** An in-memory bootloader that misbehaves as its script says ("w3=refuse
-    r1=corrupt" refuses the write of page 3 and corrupts the read of page 1);
-    writes every call down. */
+/** An in-memory bootloader that writes every call down and misbehaves as its script says
+    ("w3=refuse r1=corrupt" refuses the write of page 3 and corrupts the read of page 1). */
 class FakeUpdater : public HardwareBoardFWUpdater
 {
 public:

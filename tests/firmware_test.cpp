@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <future>
+#include <numeric>
 #include <termios.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -20,14 +21,6 @@ std::string hexOf(const Bytes& bytes, bool upper = true)
 {
     const auto hex = juce::String::toHexString(bytes.data(), (int) bytes.size(), 0);
     return (upper ? hex.toUpperCase() : hex).toStdString();
-}
-
-Bytes pattern(size_t n, int seed)
-{
-    Bytes b(n);
-    for (size_t i = 0; i < n; ++i)
-        b[i] = (unsigned char) (i * 7 + (size_t) seed);
-    return b;
 }
 
 uint32_t crcOf(const Bytes& bytes) { return (uint32_t) crc32(0, bytes.data(), (uInt) bytes.size()); }
@@ -71,7 +64,8 @@ TEST(XBoot2, RequestsCarryLowerCaseHexAndTheCrcOfTheRawBytes)
 {
     OpenScriptedBoard board;
     XBoot2FWUpdater up(&board);
-    auto page = pattern(256, 0xA5);
+    Bytes page(256);
+    std::iota(page.begin(), page.end(), (unsigned char) 0xA5);
     juce::String message = "stale";
     ASSERT_TRUE(up.startFirmwareUpdate());
     ASSERT_TRUE(up.eraseApplicationSection());
@@ -103,7 +97,8 @@ TEST(XBoot2, PageWritesAreRetriedFiveTimesAndReadsCheckTheCrcButKeepTheData)
 {
     OpenScriptedBoard board(1);
     XBoot2FWUpdater up(&board);
-    const auto page = pattern(512, 9);
+    Bytes page(512);
+    std::iota(page.begin(), page.end(), (unsigned char) 9);
     juce::String message;
     for (int i = 0; i < 4; ++i)
         board.willReply("N", false);
