@@ -116,12 +116,8 @@ TEST(XBoot2, PageWritesAreRetriedFiveTimesAndReadsCheckTheCrcButKeepTheData)
     EXPECT_EQ(5, board.sent.size());
 
     const auto crc = crcOf(page);
-    const auto answer = [&](uint32_t sent, bool upper) {
-        const auto hex = juce::String(hexOf(page)) + juce::String::formatted("%08X", sent);
-        return "R" + (upper ? hex : hex.toLowerCase());
-    };
     Bytes data(512);
-    board.willReply(answer(crc, true));
+    board.willReply("R" + juce::String(hexOf(page)) + juce::String::formatted("%08X", crc));
     ASSERT_TRUE(up.readApplicationPage(data.data(), 0x0102, message));
     EXPECT_EQ(page, data);
     EXPECT_TRUE(message.isEmpty());
@@ -129,7 +125,7 @@ TEST(XBoot2, PageWritesAreRetriedFiveTimesAndReadsCheckTheCrcButKeepTheData)
     EXPECT_TRUE(board.expected.getLast());
 
     std::fill(data.begin(), data.end(), 0);
-    board.willReply(answer(crc ^ 0x10, false));
+    board.willReply("R" + juce::String(hexOf(page, false)) + juce::String::formatted("%08x", crc ^ 0x10));
     EXPECT_FALSE(up.readApplicationPage(data.data(), 0x0102, message));
     EXPECT_EQ(page, data);
     EXPECT_EQ(juce::String::formatted("Verify CRC fail: expected 0x%08X actual 0x%08X\n", crc, crc ^ 0x10), message);
