@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -91,7 +90,7 @@ TEST(FirmwareImage, FilesAreReadByTheirNameOrElseTheirContent)
     }
 }
 
-TEST(FirmwareImage, BadFilesAreRefusedWithTheFileNamed)
+TEST(FirmwareImage, BadFilesAreRefusedWithTheFileNamedAndSoIsASaveWhereNoFileCanBe)
 {
     ScratchDir scratch;
     auto badSum = hexRecord(0, 0, { 1, 2, 3 });
@@ -115,17 +114,11 @@ TEST(FirmwareImage, BadFilesAreRefusedWithTheFileNamed)
         EXPECT_TRUE(error.startsWith(file.getFullPathName()) && error.contains(why)) << error;
         EXPECT_EQ((size_t) 0, image.size()) << file.getFileName();
     }
-}
-
-// Saved images are read back end to end (avrflash's --read and the hex files
-// the emulator runs are flashed from); here only the failure.
-TEST(FirmwareImage, ASaveWhereNoFileCanBeIsRefused)
-{
-    ScratchDir scratch;
+    // Saved images are read back end to end (avrflash's --read); here only a save where no file can be.
+    const auto nowhere = scratch.dir.getChildFile("no/such/dir/x.hex");
     juce::String error;
-    const auto file = scratch.dir.getChildFile("no/such/dir/x.hex");
-    EXPECT_FALSE(FirmwareImage::save(file, FirmwareImage::Format::guess, juce::MemoryBlock(16, true), error));
-    EXPECT_TRUE(error.startsWith(file.getFullPathName())) << error;
+    EXPECT_FALSE(FirmwareImage::save(nowhere, FirmwareImage::Format::guess, juce::MemoryBlock(16, true), error));
+    EXPECT_TRUE(error.startsWith(nowhere.getFullPathName())) << error;
 }
 
 //==============================================================================
@@ -134,18 +127,14 @@ namespace
 /** Captures what the progress display writes. */
 struct Captured
 {
-    char* buffer = nullptr;
-    size_t size = 0;
-    FILE* file = open_memstream(&buffer, &size);
-    ~Captured()
-    {
-        std::fclose(file);
-        std::free(buffer);
-    }
+    FILE* file = std::tmpfile();
+    ~Captured() { std::fclose(file); }
     std::string text() const
     {
-        std::fflush(file);
-        return std::string(buffer, size);
+        std::string s((size_t) std::ftell(file), '\0');
+        std::rewind(file);
+        s.resize(std::fread(s.data(), 1, s.size(), file));
+        return s;
     }
 };
 
@@ -168,7 +157,7 @@ std::string progressOf(bool terminal, const char* phase, int pages, int pageSize
 }
 }
 
-TEST(FlashProgress, PlainOutputIsALineAtEachTenthAndATotal)
+TEST(FlashProgress, PlainOutputIsALineAtEachTenthATerminalRedrawsOneBarAndRatesReadNaturally)
 {
     // 2 pages of 256 bytes a second; the tenth tenth is the total.
     std::string expected;
@@ -179,32 +168,25 @@ TEST(FlashProgress, PlainOutputIsALineAtEachTenthAndATotal)
             expected += "page 4 at 0x00400: wrote page with 1 retries\n";
     }
     EXPECT_EQ(expected + "Writing: 20/20 pages in 0:10, 512 B/s\n", progressOf(false, "Writing", 20, 256, 0.5, 5));
-}
 
-TEST(FlashProgress, TerminalOutputRedrawsOneBar)
-{
     const auto text = progressOf(true, "Reading", 4, 512, 1.0);
     EXPECT_NE(std::string::npos, text.find("\rReading   [" + std::string(24, '.') + "] 0/4 pages"));
     EXPECT_NE(std::string::npos, text.find("[" + std::string(12, '#') + std::string(12, '.') + "] 2/4 pages, 512 B/s, 0:02 left"));
     EXPECT_NE(std::string::npos, text.find("\r\x1b[KReading: 4/4 pages in 0:04, 512 B/s\n"));
     EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n'));
-}
 
-TEST(FlashProgress, RatesAndDurationsReadNaturally)
-{
-    EXPECT_EQ(juce::String("873 B/s"), FlashProgress::formatRate(872.7));
-    EXPECT_EQ(juce::String("1.5 KiB/s"), FlashProgress::formatRate(1536));
-    EXPECT_EQ(juce::String("0:00"), FlashProgress::formatDuration(0.2));
-    EXPECT_EQ(juce::String("4:41"), FlashProgress::formatDuration(281.4));
-    EXPECT_EQ(juce::String("1:02:03"), FlashProgress::formatDuration(3723));
+    const juce::String formatted[] = { FlashProgress::formatRate(872.7), FlashProgress::formatRate(1536),
+                                       FlashProgress::formatDuration(0.2), FlashProgress::formatDuration(281.4),
+                                       FlashProgress::formatDuration(3723) };
+    EXPECT_EQ(juce::StringArray({ "873 B/s", "1.5 KiB/s", "0:00", "4:41", "1:02:03" }),
+              juce::StringArray(formatted, 5));
 }
 
 //==============================================================================
 namespace
 {
-/** An in-memory bootloader that misbehaves as its script says ("w3=refuse
-    r1=corrupt" refuses the write of page 3 and corrupts the read of page 1);
-    writes every call down. */
+/** An in-memory bootloader that writes every call down and misbehaves as its script says
+    ("w3=refuse r1=corrupt" refuses the write of page 3 and corrupts the read of page 1). */
 class FakeUpdater : public HardwareBoardFWUpdater
 {
 public:
@@ -281,10 +263,11 @@ struct Rig
 TEST(Session, EverySessionEndsWithTheOutcomeWhateverHappened)
 {
     const std::string unreadable = "r2=unreadable r3=unreadable r4=unreadable r5=unreadable r6=unreadable";
+    // Each session updates the board, verifies it (v) or reads it back (r).
     const struct
     {
         std::string script;
-        bool verifyOnly;
+        char kind;
         int pages;
         std::string calls;
         FirmwareStatus status;
@@ -293,53 +276,47 @@ TEST(Session, EverySessionEndsWithTheOutcomeWhateverHappened)
         int written, verified;
         std::vector<const char*> notes;
     } cases[] = {
-        { "", false, 3, "start erase w0 w1 w2 r0 r1 r2 end1", firmwareStatusSucceeded, {}, {}, 3, 3, {} },
+        { "", 'u', 3, "start erase w0 w1 w2 r0 r1 r2 end1", firmwareStatusSucceeded, {}, {}, 3, 3, {} },
         // Nothing is verified after a refused page.
-        { "w3=refuse", false, 6, "start erase w0 w1 w2 w3 end3", firmwareStatusAborted,
+        { "w3=refuse", 'u', 6, "start erase w0 w1 w2 w3 end3", firmwareStatusAborted,
           "page 3 at 0x00300: failed writing page (NACK)", {}, 3, 0, {} },
-        { "w2=retry r1=corrupt r4=unreadable", false, 6, "start erase w0 w1 w2 w3 w4 w5 r0 r1 r2 r3 r4 r5 end2",
+        { "w2=retry r1=corrupt r4=unreadable", 'u', 6, "start erase w0 w1 w2 w3 w4 w5 r0 r1 r2 r3 r4 r5 end2",
           firmwareStatusVerifyFailed, {}, { 1, 4 }, 6, 4,
           { "page 2 at 0x00200: wrote page with 2 retries\n", "page 1 at 0x00100: differs at offset 0x021 (board 0x",
             "page 4 at 0x00400: Verify read time out at offset 0x010\n" } },
-        { "", true, 3, "start r0 r1 r2 end1", firmwareStatusSucceeded, {}, {}, 0, 3, {} },
-        { "r2=corrupt", true, 3, "start r0 r1 r2 end2", firmwareStatusVerifyFailed, {}, { 2 }, 0, 2, {} },
-        { unreadable, true, 9, "start r0 r1 r2 r3 r4 end2", firmwareStatusVerifyFailed,
+        { "", 'v', 3, "start r0 r1 r2 end1", firmwareStatusSucceeded, {}, {}, 0, 3, {} },
+        { "r2=corrupt", 'v', 3, "start r0 r1 r2 end2", firmwareStatusVerifyFailed, {}, { 2 }, 0, 2, {} },
+        { unreadable, 'v', 9, "start r0 r1 r2 r3 r4 end2", firmwareStatusVerifyFailed,
           "gave up after 3 pages in a row could not be read", { 2, 3, 4 }, 0, 2, {} },
+        // A read-back changes nothing, so the bootloader learns no outcome.
+        { "", 'r', 3, "start r0 r1 r2 end0", firmwareStatusUnknown, {}, {}, 0, 3, {} },
         // Still in its application: nothing more goes to the board, not even an end.
-        { "start=refuse", false, 2, "start", firmwareStatusUnknown,
+        { "start=refuse", 'u', 2, "start", firmwareStatusUnknown,
           "the board did not enter its bootloader; nothing was written", {}, 0, 0, {} },
         // Stops between pages, not in the middle of one.
-        { "w1=interrupt", false, 4, "start erase w0 w1 end3", firmwareStatusAborted, "interrupted", {}, 2, 0, {} },
+        { "w1=interrupt", 'u', 4, "start erase w0 w1 end3", firmwareStatusAborted, "interrupted", {}, 2, 0, {} },
     };
     for (const auto& c : cases)
     {
-        SCOPED_TRACE((c.verifyOnly ? "verify " : "update ") + c.script);
+        SCOPED_TRACE(c.kind + (" " + c.script));
         Rig r(c.script);
         const auto image = imageOf(c.pages);
-        if (c.verifyOnly)
+        if (c.kind != 'u')
             r.fake.flash.copyFrom(image.getData(), 0, image.getSize());
-        const auto report = c.verifyOnly ? r.session.verify(image) : r.session.update(image);
+        juce::MemoryBlock back;
+        const auto report = c.kind == 'r' ? r.session.read(c.pages, back)
+                            : c.kind == 'v' ? r.session.verify(image) : r.session.update(image);
         EXPECT_EQ(c.calls, r.fake.calls);
         EXPECT_EQ(c.status, report.status);
-        EXPECT_EQ(c.status == firmwareStatusSucceeded, report.ok);
+        EXPECT_EQ(c.failure.isEmpty() && c.badPages.empty(), report.ok);
         EXPECT_EQ(c.failure, report.failure);
         EXPECT_EQ(c.failure == "interrupted", report.interrupted);
         EXPECT_EQ(c.badPages, std::vector<int>(report.badPages.begin(), report.badPages.end()));
         EXPECT_EQ(c.written, report.pagesWritten);
         EXPECT_EQ(c.verified, report.pagesVerified);
         EXPECT_EQ(0, std::memcmp(image.getData(), r.fake.flash.getData(), (size_t) c.written * FakeUpdater::pageSize));
+        EXPECT_TRUE(c.kind != 'r' || back == image);
         for (auto note : c.notes)
             EXPECT_NE(std::string::npos, r.out.text().find(note)) << note;
     }
-}
-
-TEST(Session, AReadBackFillsTheBufferAndEndsWithNoOutcome)
-{
-    Rig r;
-    const auto image = imageOf(3);
-    r.fake.flash.copyFrom(image.getData(), 0, image.getSize());
-    juce::MemoryBlock back;
-    EXPECT_TRUE(r.session.read(3, back).ok);
-    EXPECT_EQ(image, back);
-    EXPECT_EQ("start r0 r1 r2 end0", r.fake.calls);
 }

@@ -8,64 +8,29 @@
 
 #include <fcntl.h>
 #include <future>
+#include <numeric>
 #include <termios.h>
 #include <unistd.h>
+#include <zlib.h>
 
 namespace
 {
 using Bytes = std::vector<unsigned char>;
 
-// Worked out here bit by bit rather than with zlib, so that a mistake in how
-// the updater calls zlib cannot cancel out in the test.
-uint32_t crc32Of(const Bytes& bytes)
+std::string hexOf(const Bytes& bytes, bool upper = true)
 {
-    uint32_t crc = 0xFFFFFFFFu;
-    for (auto b : bytes)
-    {
-        crc ^= b;
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc >> 1) ^ ((crc & 1u) ? 0xEDB88320u : 0u);
-    }
-    return ~crc;
+    const auto hex = juce::String::toHexString(bytes.data(), (int) bytes.size(), 0);
+    return (upper ? hex.toUpperCase() : hex).toStdString();
 }
 
-std::string hexOf(const Bytes& bytes, bool upper)
-{
-    const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-    std::string s;
-    for (auto b : bytes)
-    {
-        s += digits[b >> 4];
-        s += digits[b & 15];
-    }
-    return s;
-}
+uint32_t crcOf(const Bytes& bytes) { return (uint32_t) crc32(0, bytes.data(), (uInt) bytes.size()); }
 
-Bytes be32(uint32_t v)
-{
-    return { (unsigned char) (v >> 24), (unsigned char) (v >> 16), (unsigned char) (v >> 8), (unsigned char) v };
-}
-
-Bytes operator+(Bytes a, const Bytes& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-Bytes pattern(size_t n, int seed)
-{
-    Bytes b(n);
-    for (size_t i = 0; i < n; ++i)
-        b[i] = (unsigned char) (i * 7 + (size_t) seed);
-    return b;
-}
-
-/** An XBoot2 request line as the bootloader expects it: "*", request
-    character, data in lower-case hex, CRC-32 of the raw bytes. */
+/** An XBoot2 request line: "*", request character, data in lower-case hex, CRC-32 of the raw bytes. */
 juce::String xboot2Request(char request, const Bytes& data)
 {
-    const auto crc = crc32Of(Bytes { (unsigned char) request } + data);
-    return "*" + juce::String(std::string(1, request) + hexOf(data, false) + hexOf(be32(crc), false));
+    Bytes raw { (unsigned char) request };
+    raw.insert(raw.end(), data.begin(), data.end());
+    return "*" + juce::String::charToString(request) + hexOf(data, false) + juce::String::formatted("%08x", crcOf(raw));
 }
 
 /** A board that is open and answers from a script. */
@@ -83,24 +48,15 @@ private:
 }
 
 //==============================================================================
-TEST(FirmwareGeometry, FollowsTheMcuVariant)
+TEST(FirmwareGeometryDeathTest, FollowsTheMcuVariantAndAnUnknownOneIsFatal)
 {
-    OpenScriptedBoard small(0), large(1);
-    XBootFWUpdater a(&small);
-    XBoot2FWUpdater b(&large);
-    EXPECT_EQ(256, a.getFlashPageSize());
-    EXPECT_EQ(0x1E000, a.getAppSectionSize());
-    EXPECT_EQ(0x20000, a.getTotalProgramSize());
-    EXPECT_EQ(512, b.getFlashPageSize());
-    EXPECT_EQ(0x20000, b.getAppSectionSize());
-    EXPECT_EQ(0x22000, b.getTotalProgramSize());
-}
-
-TEST(FirmwareGeometryDeathTest, AnUnknownVariantIsFatal)
-{
-    OpenScriptedBoard odd(2);
-    XBootFWUpdater up(&odd);
-    EXPECT_DEATH(up.getFlashPageSize(), "");
+    OpenScriptedBoard small(0), large(1), odd(2);
+    const XBootFWUpdater a(&small), c(&odd);
+    const XBoot2FWUpdater b(&large);
+    const std::vector<int> got { a.getFlashPageSize(), a.getAppSectionSize(), a.getTotalProgramSize(),
+                                 b.getFlashPageSize(), b.getAppSectionSize(), b.getTotalProgramSize() };
+    EXPECT_EQ((std::vector<int> { 256, 0x1E000, 0x20000, 512, 0x20000, 0x22000 }), got);
+    EXPECT_DEATH(c.getFlashPageSize(), "");
 }
 
 //==============================================================================
@@ -108,8 +64,9 @@ TEST(XBoot2, RequestsCarryLowerCaseHexAndTheCrcOfTheRawBytes)
 {
     OpenScriptedBoard board;
     XBoot2FWUpdater up(&board);
-    const auto page = pattern(256, 0xA5);
-    juce::String message;
+    Bytes page(256);
+    std::iota(page.begin(), page.end(), (unsigned char) 0xA5);
+    juce::String message = "stale";
     ASSERT_TRUE(up.startFirmwareUpdate());
     ASSERT_TRUE(up.eraseApplicationSection());
     ASSERT_TRUE(up.programApplicationPage(page.data(), 0x01AB, message));
@@ -118,20 +75,31 @@ TEST(XBoot2, RequestsCarryLowerCaseHexAndTheCrcOfTheRawBytes)
     for (auto status : { firmwareStatusUnknown, firmwareStatusSucceeded, firmwareStatusVerifyFailed,
                          firmwareStatusAborted, (FirmwareStatus) 200 })
         ASSERT_TRUE(up.endFirmwareUpdate(status));
-    const juce::StringArray expected { "%UP", xboot2Request('~', {}), xboot2Request(':', Bytes { 0x01, 0xAB } + page),
+    page.insert(page.begin(), { 0x01, 0xAB });
+    const juce::StringArray expected { "%UP", xboot2Request('~', {}), xboot2Request(':', page),
                                        xboot2Request('#', { 0 }), xboot2Request('#', { 1 }), xboot2Request('#', { 2 }),
                                        xboot2Request('#', { 0 }), xboot2Request('#', { 0 }) };
     EXPECT_EQ(expected, board.sent);
     EXPECT_FALSE(board.expected[2]);
+
+    // Nothing goes to a closed board, and no message survives from before.
+    board.setOpen(false);
+    board.clearSent();
+    message = "stale";
+    EXPECT_FALSE(up.startFirmwareUpdate() || up.eraseApplicationSection() || up.endFirmwareUpdate(firmwareStatusAborted)
+                 || up.readApplicationPage(page.data(), 0, message)
+                 || up.programApplicationPage(page.data(), 0, message));
+    EXPECT_TRUE(message.isEmpty());
+    EXPECT_TRUE(board.sent.isEmpty());
 }
 
-TEST(XBoot2, PageWriteRetriesFiveTimesAndCountsTheFailures)
+TEST(XBoot2, PageWritesAreRetriedFiveTimesAndReadsCheckTheCrcButKeepTheData)
 {
-    OpenScriptedBoard board;
+    OpenScriptedBoard board(1);
     XBoot2FWUpdater up(&board);
-    const auto page = pattern(256, 3);
+    Bytes page(512);
+    std::iota(page.begin(), page.end(), (unsigned char) 9);
     juce::String message;
-
     for (int i = 0; i < 4; ++i)
         board.willReply("N", false);
     board.willReply("OK");
@@ -140,61 +108,31 @@ TEST(XBoot2, PageWriteRetriesFiveTimesAndCountsTheFailures)
     ASSERT_EQ(5, board.sent.size());
     for (auto& line : board.sent)
         EXPECT_EQ(board.sent[0], line);
-
     board.clearSent();
-    for (int i = 0; i < 6; ++i)
+    for (int i = 0; i < 5; ++i)
         board.willFail();
     EXPECT_FALSE(up.programApplicationPage(page.data(), 7, message));
     EXPECT_EQ(juce::String("failed writing page"), message);
     EXPECT_EQ(5, board.sent.size());
-    board.replies.clear();
-    // The message of the last call does not leak into the next.
-    EXPECT_TRUE(up.programApplicationPage(page.data(), 7, message));
-    EXPECT_TRUE(message.isEmpty());
-}
 
-TEST(XBoot2, PageReadChecksTheCrcButKeepsTheData)
-{
-    OpenScriptedBoard board(1);
-    XBoot2FWUpdater up(&board);
-    const auto page = pattern(512, 9);
-    const auto crc = crc32Of(page);
+    const auto crc = crcOf(page);
     Bytes data(512);
-    juce::String message;
-
-    board.willReply("R" + juce::String(hexOf(page + be32(crc), true)));
+    board.willReply("R" + juce::String(hexOf(page)) + juce::String::formatted("%08X", crc));
     ASSERT_TRUE(up.readApplicationPage(data.data(), 0x0102, message));
     EXPECT_EQ(page, data);
     EXPECT_TRUE(message.isEmpty());
     EXPECT_EQ(xboot2Request('$', { 0x01, 0x02 }), board.lastSent());
-    EXPECT_TRUE(board.expected[0]);
+    EXPECT_TRUE(board.expected.getLast());
 
     std::fill(data.begin(), data.end(), 0);
-    board.willReply("R" + juce::String(hexOf(page + be32(crc ^ 0x10), false)));
+    board.willReply("R" + juce::String(hexOf(page, false)) + juce::String::formatted("%08x", crc ^ 0x10));
     EXPECT_FALSE(up.readApplicationPage(data.data(), 0x0102, message));
     EXPECT_EQ(page, data);
     EXPECT_EQ(juce::String::formatted("Verify CRC fail: expected 0x%08X actual 0x%08X\n", crc, crc ^ 0x10), message);
-
     // Too short a response is a failed exchange, not a CRC mismatch.
-    board.willReply("R" + juce::String(hexOf(page, true)));
+    board.willReply("R" + juce::String(hexOf(page)));
     EXPECT_FALSE(up.readApplicationPage(data.data(), 0x0102, message));
     EXPECT_EQ(juce::String("Failed sending verify command"), message);
-}
-
-TEST(XBoot2, NothingIsSentToAClosedBoard)
-{
-    OpenScriptedBoard board;
-    board.setOpen(false);
-    XBoot2FWUpdater up(&board);
-    Bytes page(256);
-    juce::String message = "stale";
-    EXPECT_FALSE(up.startFirmwareUpdate());
-    EXPECT_FALSE(up.eraseApplicationSection());
-    EXPECT_FALSE(up.programApplicationPage(page.data(), 0, message));
-    EXPECT_TRUE(message.isEmpty());
-    EXPECT_FALSE(up.readApplicationPage(page.data(), 0, message));
-    EXPECT_FALSE(up.endFirmwareUpdate(firmwareStatusSucceeded));
-    EXPECT_TRUE(board.sent.isEmpty());
 }
 
 //==============================================================================
@@ -216,10 +154,17 @@ void flipSpeed(const std::string& path)
     ::close(fd);
 }
 
-struct Outcome
+/** How the far end answers the link's discovery of a test board. */
+std::vector<std::string> discovery(const std::string& line)
 {
-    bool ok;
-    juce::String message;
+    return { line == "?" ? "Test board V1.0" : line == "@" ? "R0" : "OK" };
+}
+
+/** Any board class whose close-time duty is a command, as the chassis's is. */
+struct CommitsOnClose : TestBoard
+{
+    ~CommitsOnClose() override { closeBoard(false); }
+    void closingBoard() override { sendCommand('W', -1, 2); }
 };
 
 /** A serial board whose bootloader is played by the test on the far end of a pty. */
@@ -227,34 +172,27 @@ struct XBoot : ::testing::Test
 {
     TempDevDir dev;
     PtyPeer peer { dev.path(), "ttyUSB0" };
-    TestBoard board;
+    CommitsOnClose board;
     XBootFWUpdater up { &board };
+    Bytes page = Bytes(256, 0), data = Bytes(256);
 
     void SetUp() override
     {
-        peer.serve([](const std::string& line) -> std::vector<std::string> {
-            return { line == "?" ? "Test board V1.0" : line == "@" ? "R0" : "OK" };
-        });
+        peer.serve(discovery);
         ASSERT_TRUE(board.findAndOpen(-1));
         ASSERT_TRUE(up.startFirmwareUpdate());
         peer.stopServing();
     }
+    void TearDown() override { board.closeBoardWithoutClosingCommand(); }
 
-    std::future<Outcome> program(const Bytes& page, int number)
+    /** Writes `page` (or reads into `data`) on a thread of its own while the test plays the bootloader. */
+    std::future<std::pair<bool, juce::String>> later(bool write, int number)
     {
-        return std::async(std::launch::async, [this, page, number] {
-            Outcome o;
-            o.ok = up.programApplicationPage(page.data(), number, o.message);
-            return o;
-        });
-    }
-
-    std::future<Outcome> read(Bytes& into, int number)
-    {
-        return std::async(std::launch::async, [this, &into, number] {
-            Outcome o;
-            o.ok = up.readApplicationPage(into.data(), number, o.message);
-            return o;
+        return std::async(std::launch::async, [this, write, number] {
+            juce::String message;
+            const bool ok = write ? up.programApplicationPage(page.data(), number, message)
+                                  : up.readApplicationPage(data.data(), number, message);
+            return std::make_pair(ok, message);
         });
     }
 
@@ -264,82 +202,44 @@ struct XBoot : ::testing::Test
         EXPECT_TRUE(peer.readBytes(bytes, n, timeoutMs));
         return bytes;
     }
-
-    /** A page request with its checksum, as the bootloader answers it. */
-    static std::string pageAnswer(const Bytes& page, int number)
-    {
-        int sum = (number >> 8) + (number & 0xFF);
-        for (auto b : page)
-            sum += b;
-        return hexOf(page, true) + hexOf({ (unsigned char) -sum }, true);
-    }
 };
 }
 
-TEST_F(XBoot, PageWritesAreHexWithAChecksumAndRetryRefusalsButNothingElse)
+// Refusals ("N") are retried; the avrflash runs against the emulated bootloader count the repeats.
+TEST_F(XBoot, APageWriteIsHexWithAChecksumAndNeitherAWrongAnswerNorNoneIsRetried)
 {
-    // The answers to each sending of the page; "" is none at all (one second,
-    // then the code of a timeout).
-    const struct
+    // "" is no answer at all: one second, then the code of a timeout.
+    const std::tuple<std::string, bool, const char*> cases[] = {
+        { "Y", true, "" }, { "X", false, "failed writing page (88)" }, { "", false, "failed writing page (-1)" }
+    };
+    for (const auto& [answer, ok, message] : cases)
     {
-        std::vector<std::string> answers;
-        bool ok;
-        const char* message;
-    } cases[] = { { { "Y" }, true, "" },
-                  { { "N", "N", "N", "N", "Y" }, true, "wrote page with 4 retries" },
-                  { { "N", "N", "N", "N", "N" }, false, "failed writing page (NACK)" },
-                  { { "X" }, false, "failed writing page (88)" },
-                  { { "" }, false, "failed writing page (-1)" } };
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.message);
-        auto done = program(Bytes(256, 0), 0x0102);
-        const auto first = take(519);
-        EXPECT_EQ(":0102" + std::string(512, '0') + "FD", first);
-        for (const auto& answer : c.answers)
-        {
-            if (&answer != &c.answers.front())
-            {
-                EXPECT_EQ(first, take(519));
-            }
-            peer.write(answer);
-        }
-        const auto o = done.get();
-        EXPECT_EQ(c.ok, o.ok);
-        EXPECT_EQ(juce::String(c.message), o.message);
+        SCOPED_TRACE(message);
+        auto done = later(true, 0x0102);
+        EXPECT_EQ(":0102" + std::string(512, '0') + "FD", take(519));
+        peer.write(answer);
+        EXPECT_EQ(std::make_pair(ok, juce::String(message)), done.get());
     }
     std::string extra;
     EXPECT_FALSE(peer.readBytes(extra, 1, 200));
 }
 
-TEST_F(XBoot, ATimedOutCharacterIsAZeroDigitNotAnEarlyStop)
+TEST_F(XBoot, ANulOnTheLineReopensThePortAndRepeatsTheReadWhereATimeOutIsAZeroDigit)
 {
-    // Page and number chosen so that the checksum is 00: the two characters of
-    // the checksum never come, read as zero digits, and the page verifies.
-    Bytes page(256, 0);
-    page[0] = 0xFF;
-    page[1] = 0x01;
-    Bytes data(256);
-    auto done = read(data, 0);
-    take(5);
-    peer.write(hexOf(page, true));
-    const auto o = done.get();
-    EXPECT_TRUE(o.ok) << o.message;
-    EXPECT_EQ(page, data);
-}
-
-TEST_F(XBoot, ANulOnTheLineReopensThePortAndRepeatsTheRequest)
-{
-    // What follows the NUL must not be taken for the answer to the repeat.
-    const auto page = pattern(256, 0x44);
-    Bytes data(256);
-    auto done = read(data, 0x0010);
+    // A page that sums to zero with its number: its checksum is 00, whose two
+    // characters, never sent, read as zero digits rather than end the page.
+    page.assign(256, 0x11);
+    page[0] = 0x01;
+    auto done = later(false, 0x0010);
     EXPECT_EQ("$0010", take(5));
     flipSpeed(peer.linkPath());
-    peer.write(pageAnswer(page, 0x0010).substr(0, 41) + std::string(1, '\0') + "ABCDEF");
+    // What follows the NUL must not be taken for the answer to the repeat.
+    peer.write(hexOf(page).substr(0, 41) + std::string(1, '\0') + "ABCDEF");
     EXPECT_EQ("$0010", take(5, 10000));
-    peer.write(pageAnswer(page, 0x0010));
-    EXPECT_TRUE(done.get().ok);
+    peer.write(hexOf(page));
+    const auto [ok, message] = done.get();
+    EXPECT_TRUE(ok) << message;
+    EXPECT_EQ(juce::String("Read page with 1 retries"), message);
     EXPECT_EQ(page, data);
     EXPECT_TRUE(board.boardIsOpen());
     EXPECT_FALSE(board.isThreadRunning());
@@ -348,42 +248,21 @@ TEST_F(XBoot, ANulOnTheLineReopensThePortAndRepeatsTheRequest)
 TEST_F(XBoot, NothingIsSentOnceTheBoardIsClosed)
 {
     board.closeBoard(false);
-    Bytes page(256);
     juce::String message;
-    EXPECT_FALSE(up.programApplicationPage(page.data(), 0, message));
-    EXPECT_FALSE(up.readApplicationPage(page.data(), 0, message));
-    EXPECT_FALSE(up.endFirmwareUpdate(firmwareStatusSucceeded));
-    EXPECT_FALSE(up.startFirmwareUpdate());
+    EXPECT_FALSE(up.programApplicationPage(page.data(), 0, message) || up.readApplicationPage(data.data(), 0, message)
+                 || up.endFirmwareUpdate(firmwareStatusSucceeded) || up.startFirmwareUpdate());
     EXPECT_TRUE(up.eraseApplicationSection());
 }
 
-//==============================================================================
-TEST(FirmwareClose, ARestartingBoardIsClosedWithoutItsClosingCommand)
+TEST_F(XBoot, ARestartingBoardIsClosedWithoutItsClosingCommandButTheNextCloseHasIt)
 {
-    // Any board class whose close-time duty is a command, as the chassis's is.
-    struct CommitsOnClose : TestBoard
-    {
-        ~CommitsOnClose() override { closeBoard(false); }
-        void closingBoard() override { sendCommand('W', -1, 2); }
-    };
-    TempDevDir dev;
-    PtyPeer peer(dev.path(), "ttyUSB0");
-    peer.serve([](const std::string& line) -> std::vector<std::string> {
-        return { line == "?" ? "Test board V1.0" : line == "@" ? "R0" : "OK" };
-    });
-    CommitsOnClose board;
-    // Only that one close goes without: the next takes its command again.
-    for (const bool restarting : { true, false })
-    {
-        flipSpeed(peer.linkPath());
-        ASSERT_TRUE(board.findAndOpen(-1));
-        if (restarting)
-            board.closeBoardWithoutClosingCommand();
-        else
-            board.closeBoard(false);
-        EXPECT_FALSE(board.boardIsOpen());
-    }
-    const std::vector<std::string> expected { "?", "@", "?", "@", "W" };
+    peer.serve(discovery);
+    board.closeBoardWithoutClosingCommand();
+    EXPECT_FALSE(board.boardIsOpen());
+    flipSpeed(peer.linkPath());
+    ASSERT_TRUE(board.findAndOpen(-1));
+    board.closeBoard(false);
+    const std::vector<std::string> expected { "?", "@", "%UP", "?", "@", "W" };
     ASSERT_TRUE(peer.waitForReceived(expected.size()));
     EXPECT_EQ(expected, peer.received());
 }
