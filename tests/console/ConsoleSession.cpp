@@ -2,16 +2,11 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
-
-#ifndef AVRTEST_BIN_DIR
-#error "AVRTEST_BIN_DIR must name the directory of the built programs"
-#endif
 
 std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args, const std::string& identity)
 {
@@ -25,13 +20,6 @@ std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args,
     }
     ADD_FAILURE() << "never found; last run printed:\n" << printed;
     return nullptr;
-}
-
-std::string hex2(int v)
-{
-    char buf[3];
-    snprintf(buf, sizeof buf, "%02X", v & 0xFF);
-    return buf;
 }
 
 ConsoleSession::ConsoleSession(const std::vector<std::string>& args)
@@ -68,10 +56,7 @@ ConsoleSession::ConsoleSession(const std::vector<std::string>& args)
 ConsoleSession::~ConsoleSession()
 {
     if (!status && pid > 0)
-    {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-    }
+        exitStatus(0);
     for (int fd : fds)
         if (fd >= 0)
             ::close(fd);
@@ -96,7 +81,6 @@ bool ConsoleSession::pump(int timeoutMs)
         }
         else if (r == 0 || (errno != EAGAIN && errno != EINTR))
         {
-            // The console has gone and closed its side.
             ::close(p[i].fd);
             fds[i] = -1;
         }
@@ -222,11 +206,6 @@ std::vector<std::string> ScriptedBoard::takeReceived()
     std::vector<std::string> fresh(all.begin() + (long) std::min(taken, all.size()), all.end());
     taken = all.size();
     return fresh;
-}
-
-bool ScriptedBoard::waitForReceived(size_t n, int timeoutMs)
-{
-    return peer.waitForReceived(taken + n, timeoutMs);
 }
 
 //==============================================================================

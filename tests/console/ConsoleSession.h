@@ -10,9 +10,7 @@
 #include <string>
 #include <vector>
 
-/** avrtest as a child process on a pseudo-terminal (its controlling terminal,
-    so Ctrl-C works, with no output processing) and a pipe as its standard
-    error. Every wait has a generous deadline, never a fixed sleep. */
+/** avrtest on a pseudo-terminal as its controlling terminal (so Ctrl-C works), standard error on a pipe. */
 class ConsoleSession
 {
 public:
@@ -49,9 +47,7 @@ private:
     std::optional<int> status;
 };
 
-/** A board on a pseudo-terminal answering each command line from a table:
-    "?" the identity, "@" the id, "!" OK, anything else not in it "N". A
-    handler may take over lines the table cannot express. */
+/** A board answering lines from a table ("?" identity, "@" id, "!" OK, else "N"), or first from a handler. */
 class ScriptedBoard
 {
 public:
@@ -64,7 +60,10 @@ public:
     /** Lines received since the last call. */
     std::vector<std::string> takeReceived();
     /** Waits until at least n lines arrived since the last takeReceived(). */
-    bool waitForReceived(size_t n, int timeoutMs = ConsoleSession::deadlineMs);
+    bool waitForReceived(size_t n, int timeoutMs = ConsoleSession::deadlineMs)
+    {
+        return peer.waitForReceived(taken + n, timeoutMs);
+    }
     void event(const std::string& line) { peer.writeLine(line); }
     PtyPeer& pty() { return peer; }
 
@@ -76,9 +75,7 @@ private:
     PtyPeer peer; // last, so that its answering thread stops before the table goes
 };
 
-/** One key as the technician uses it: prompt and typed answer pairs, the
-    command lines the board must receive with its reply to each (empty: OK),
-    and what the console prints after the prompts and echoed answers. */
+/** A key: prompts and answers, the lines the board receives with replies (empty: OK), and what follows. */
 struct KeyCase
 {
     char key;
@@ -90,16 +87,18 @@ struct KeyCase
 /** Presses the key, answers its prompts, and checks the wire and the exact text printed. */
 void runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c);
 
-/** Discovery gives a board 100 ms to answer, which a starved test process can
-    miss: a run on a board that is there is tried this many times in all. */
+/** Discovery gives a board 100 ms, which a starved test can miss: runs are tried this many times. */
 constexpr int findAttempts = 3;
 
-/** An interactive run once the board's identity and the help hint are out;
-    nullptr (with a gtest failure) if every attempt missed the board. */
+/** An interactive run past the identity and help hint; nullptr (a gtest failure) if every attempt missed. */
 std::unique_ptr<ConsoleSession> startFound(const std::vector<std::string>& args, const std::string& identity);
 
 /** Two upper-case hex digits of the low byte. */
-std::string hex2(int v);
+inline std::string hex2(int v)
+{
+    const char* digits = "0123456789ABCDEF";
+    return { digits[(v >> 4) & 15], digits[v & 15] };
+}
 
 #include <gtest/gtest.h>
 
@@ -113,7 +112,6 @@ protected:
         console = startFound({ letter }, identity);
         ASSERT_TRUE(console);
         ASSERT_TRUE(console->waitForKeyMode());
-        board->takeReceived();
     }
 
     void runAll(const std::vector<KeyCase>& cases)

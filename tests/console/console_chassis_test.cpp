@@ -1,17 +1,12 @@
 // The chassis menu and events, end to end.
 #include "console/ConsoleSession.h"
 
-namespace
-{
-struct ChassisConsole : SerialConsoleTest
-{
-    // Firmware new enough for the colour, ambient, screen saver and bay commands.
-    void SetUp() override { open("c", "Chassis board V2.50"); }
-};
-}
+using ChassisConsole = SerialConsoleTest;
 
 TEST_F(ChassisConsole, KeysAndEventsPrintTheirLines)
 {
+    // Firmware new enough for the colour, ambient, screen saver and bay commands.
+    ASSERT_NO_FATAL_FAILURE(open("c", "Chassis board V2.50"));
     runAll({
         { 'A', { { "Ambient: ", "1" } }, { { "P1", {} } } },
         { 'C', { { "Colour: ", "1 2 3 1" } }, { { "F5B", {} } } },

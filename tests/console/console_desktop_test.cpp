@@ -24,14 +24,13 @@ struct ExpanderEeprom
     }
 };
 
-struct DesktopConsole : SerialConsoleTest
-{
-    void SetUp() override { open("t", "Desktop Transfer Station board V1.00"); }
-};
 }
 
-TEST_F(DesktopConsole, KeysAndEventsPrintTheirLines)
+using DesktopConsole = SerialConsoleTest;
+
+TEST_F(DesktopConsole, KeysEventsAndExpanderEepromPrintTheirLines)
 {
+    ASSERT_NO_FATAL_FAILURE(open("t", "Desktop Transfer Station board V1.00"));
     std::vector<std::pair<std::string, std::vector<std::string>>> clearFrames;
     for (int phy = 0; phy < 12; ++phy)
         clearFrames.push_back({ "E0204" + hex2(3 + 4 * phy) + "1000000005", {} });
@@ -72,10 +71,8 @@ TEST_F(DesktopConsole, KeysAndEventsPrintTheirLines)
         { "i0", "Diskpack event: absent\n" },
         { "l3", "LED event: 3\n" },
     });
-}
 
-TEST_F(DesktopConsole, ProgrammingTheExpanderEepromPrintsItsResult)
-{
+    // Programming the expander EEPROM.
     board->reply("E06", { "OK" });
     ExpanderEeprom spoiled, unreadable;
     spoiled.spoilBlock = 1;

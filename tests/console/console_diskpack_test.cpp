@@ -1,17 +1,11 @@
-// The diskpack menu and events, end to end: keys typed at the console's
-// terminal, command lines arriving at a scripted board, lines printed back.
+// The diskpack menu, events and Ctrl-C, end to end: keys typed, command lines received, lines printed.
 #include "console/ConsoleSession.h"
 
-namespace
-{
-struct DiskpackConsole : SerialConsoleTest
-{
-    void SetUp() override { open("d", "Diskpack board V1.00"); }
-};
-}
+using DiskpackConsole = SerialConsoleTest;
 
-TEST_F(DiskpackConsole, KeysPrintTheirLinesAndFailed)
+TEST_F(DiskpackConsole, KeysHelpEventsAndControlCPrintTheirLines)
 {
+    ASSERT_NO_FATAL_FAILURE(open("d", "Diskpack board V1.00"));
     const std::string forty = "0123456789012345678901234567890123456789";
     runAll({
         { 'A', { { "Set monitor disk activity: ", "1" } }, { { "A1", {} } } },
@@ -52,13 +46,6 @@ TEST_F(DiskpackConsole, KeysPrintTheirLinesAndFailed)
         // Display text beyond forty characters answers the next prompt at once.
         { 'D', { { "Display text: ", forty + "17" } }, { { "D" + forty, {} } } },
         { 'Q', {}, { { "Q11", {} } }, "Num text pages: " },
-    });
-    EXPECT_NE(console->errors().find("ControlBoard::sendCommand 'X0' received NACK"), std::string::npos);
-}
-
-TEST_F(DiskpackConsole, HelpUnknownKeysLineEndsAndEvents)
-{
-    runAll({
         { '?', {}, {},
           "\nL led, A disk activity, X set wp, Y get wp,\nD set display text, S scsi id, V get voltage,\nT enable temp, "
           "R read text, W write text,\nQ num text pages, O get op hours, M get temps,\nU get guid, C prepare "
@@ -66,6 +53,7 @@ TEST_F(DiskpackConsole, HelpUnknownKeysLineEndsAndEvents)
           "voltage rail, x exit\n\n" },
         { 'q', {}, {}, "Unknown command 'q'\n" },
     });
+    EXPECT_NE(console->errors().find("ControlBoard::sendCommand 'X0' received NACK"), std::string::npos);
     // A return at the keystroke loop says nothing; the next key is served.
     console->type("\r\n");
     runAll({ { 'O', {}, { { "O", { "R0001" } } }, "Operating hours: 1\n" } });
@@ -76,10 +64,8 @@ TEST_F(DiskpackConsole, HelpUnknownKeysLineEndsAndEvents)
         { "l1", "LED event: 1\n" },
         { "l0", "LED event: 0\n" },
     });
-}
 
-TEST_F(DiskpackConsole, AnEventShowsWhileAPromptWaitsAndControlCEndsTheRun)
-{
+    // An event shows while a prompt waits.
     board->reply("L30", { "OK" });
     ASSERT_TRUE(console->key('L'));
     ASSERT_TRUE(console->waitFor("Set LED (r,g,b,flash): "));

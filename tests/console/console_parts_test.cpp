@@ -1,6 +1,5 @@
-// The console's parts that carry rules of their own, driven in-process: the
-// command line, the link test's rate, the remote display demonstration and
-// the menus' reading of typed answers.
+// The console's parts with rules of their own, in-process: the command line, the link test's rate,
+// the remote display demonstration and the menus' reading of typed answers.
 #include "console/LinkTest.h"
 #include "console/Menus.h"
 #include "console/RemoteDisplayDemo.h"
@@ -53,7 +52,7 @@ TEST(ConsoleLinkTestRate, CountsTwentySixThousandCharactersAPass)
 }
 
 //==============================================================================
-TEST(ConsoleDisplayDemo, MeterRisesOnOddStepsFallsOnEvenClipsOnASevenAndHoldsItsPeak)
+TEST(ConsoleDisplayDemo, MeterClipsAndHoldsItsPeakAndTimecodeRollsOver)
 {
     const struct
     {
@@ -85,10 +84,8 @@ TEST(ConsoleDisplayDemo, MeterRisesOnOddStepsFallsOnEvenClipsOnASevenAndHoldsIts
         EXPECT_EQ(m.held, s.held);
         EXPECT_EQ(m.clip, s.clip);
     }
-}
 
-TEST(ConsoleDisplayDemo, TimecodeRollsOverAtTwentyFourFramesAndDays)
-{
+    // The timecode rolls over at 24 frames and at midnight.
     RemoteDisplayDemo::Timecode tc;
     for (int i = 0; i < 24; ++i)
         tc.advance();
@@ -125,14 +122,9 @@ std::vector<std::string> drawnTexts(Scripted<RemoteBoard>& board)
     board.clearSent();
     return texts;
 }
-
-bool drew(const std::vector<std::string>& texts, const std::string& text)
-{
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
-}
 }
 
-TEST(ConsoleDisplayDemo, KeysOpenAndCloseTheSubScreens)
+TEST(ConsoleDisplayDemo, KeysOpenSubScreensThatPauseTheAnimation)
 {
     using Demo = RemoteDisplayDemo;
     RemoteDisplayDemo demo;
@@ -140,7 +132,7 @@ TEST(ConsoleDisplayDemo, KeysOpenAndCloseTheSubScreens)
     demo.begin(board);
     const auto texts = drawnTexts(board);
     for (const char* word : { "Back", "Play", "Storage", "Setup", "Options", Demo::characterSet })
-        EXPECT_TRUE(drew(texts, word)) << word;
+        EXPECT_NE(std::count(texts.begin(), texts.end(), word), 0) << word;
     EXPECT_TRUE(demo.isRunning());
 
     const struct
@@ -170,24 +162,10 @@ TEST(ConsoleDisplayDemo, KeysOpenAndCloseTheSubScreens)
         EXPECT_EQ(demo.subScreenOpen(), e.open);
         const auto now = drawnTexts(board);
         for (auto& text : e.drawn)
-            EXPECT_TRUE(drew(now, text)) << text;
+            EXPECT_NE(std::count(now.begin(), now.end(), text), 0) << text;
     }
 
-    demo.end();
-    EXPECT_FALSE(demo.isRunning());
-    board.clearSent();
-    demo.menuEvent(Demo::keyOptions, 0, 0);
-    EXPECT_TRUE(board.sent.isEmpty()) << "no drawing once the demonstration is over";
-}
-
-TEST(ConsoleDisplayDemo, AnimationKeepsItsOwnClockAndPausesUnderASubScreen)
-{
-    using Demo = RemoteDisplayDemo;
-    RemoteDisplayDemo demo;
-    Scripted<RemoteBoard> board;
-    demo.begin(board);
-    board.clearSent();
-
+    // The animation keeps its own clock and pauses under a sub-screen.
     demo.animate(3);
     EXPECT_TRUE(board.sent.isEmpty());
     demo.animate(4);
@@ -210,7 +188,12 @@ TEST(ConsoleDisplayDemo, AnimationKeepsItsOwnClockAndPausesUnderASubScreen)
     EXPECT_TRUE(board.sent.isEmpty()) << "no catching up on the time spent paused";
     demo.animate(204);
     EXPECT_EQ(drawnTexts(board), (std::vector<std::string> { "00:00:00:04" }));
+
     demo.end();
+    EXPECT_FALSE(demo.isRunning());
+    board.clearSent();
+    demo.menuEvent(Demo::keyOptions, 0, 0);
+    EXPECT_TRUE(board.sent.isEmpty()) << "no drawing once the demonstration is over";
 }
 
 //==============================================================================
@@ -289,7 +272,7 @@ std::string answers(const std::string& fieldsPerLine, size_t at, const std::stri
 }
 }
 
-TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
+TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAndTextReachesTheBoardAsItsBytes)
 {
     const LogCapture quiet;
     // Each key is followed by how many numbers each of its answer lines holds
@@ -343,10 +326,8 @@ TEST(ConsoleAnswers, ExtremeNumbersNeitherOverflowNorWrapAtAnyPrompt)
             }
         }
     }
-}
 
-TEST(ConsoleAnswers, TypedTextReachesTheBoardAsItsBytes)
-{
+    // Typed text reaches the board as its bytes.
     const auto diskpack = press<DiskpackBoard>(diskpackMenu), transfer = press<TransferBoard>(transferMenu);
     const struct
     {

@@ -3,16 +3,11 @@
 
 #include <algorithm>
 
-namespace
-{
-struct RemoteConsole : SerialConsoleTest
-{
-    void SetUp() override { open("r", "Remote Control AVR board V1.00"); }
-};
-}
+using RemoteConsole = SerialConsoleTest;
 
-TEST_F(RemoteConsole, KeysAndEventsPrintTheirLines)
+TEST_F(RemoteConsole, KeysEventsBootMessageAndDisplayDemonstration)
 {
+    ASSERT_NO_FATAL_FAILURE(open("r", "Remote Control AVR board V1.00"));
     runAll({
         { 'A', { { "Ambient: ", "1" } }, { { "P1", {} } } },
         { 'C', { { "Set contrast: ", "5" } }, { { "C5", {} } } },
@@ -40,10 +35,8 @@ TEST_F(RemoteConsole, KeysAndEventsPrintTheirLines)
         { "f0100020003000400050006000700080009000A00",
           "\rRef:0100 0200 0300 0400 0500 0600 0700 0800 0900 0a00 \n" },
     });
-}
 
-TEST_F(RemoteConsole, BootMessageIsBoundedByTheBoardsLine)
-{
+    // A boot message is bounded by the board's line.
     const std::string kept(1079, 'm');
     board->reply("M" + kept, { "OK" });
     ASSERT_TRUE(console->key('M'));
@@ -53,10 +46,8 @@ TEST_F(RemoteConsole, BootMessageIsBoundedByTheBoardsLine)
     ASSERT_TRUE(console->waitForKeyMode());
     EXPECT_EQ(console->takeOutput(), kept + "\n") << "the echo stops where the line does";
     EXPECT_EQ(board->takeReceived(), std::vector<std::string> { "M" + kept });
-}
 
-TEST_F(RemoteConsole, DisplayDemonstrationRunsUntilAKeyAndFollowsTheRemotesKeys)
-{
+    // The display demonstration runs until a key and follows the remote's keys.
     board->setHandler([](const std::string& line) -> std::optional<std::vector<std::string>> {
         return line[0] == 'G' ? std::optional(std::vector<std::string> { "OK" }) : std::nullopt;
     });
@@ -81,5 +72,5 @@ TEST_F(RemoteConsole, DisplayDemonstrationRunsUntilAKeyAndFollowsTheRemotesKeys)
     console->type("q"); // any key ends it, and is not taken as a command
     EXPECT_TRUE(sent([](auto& lines) { return !lines.empty() && lines.back() == "G01"; })) << "display cleared";
     runAll({ { 'I', {}, { { "I", { "R2" } } }, "Ring brightness: 2\n" } });
-    EXPECT_EQ(console->output().find("Unknown command"), std::string::npos);
+    EXPECT_EQ(console->output().find("Unknown command 'q'"), std::string::npos);
 }

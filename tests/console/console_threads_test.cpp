@@ -53,11 +53,10 @@ TEST(ConsoleThreads, RemoteEventsDriveTheDemonstrationWhileItAnimates)
 
     const int keysPerRound = 8;
     int64_t now = 0;
-    const bool delivered = waitUntil([&] {
+    EXPECT_TRUE(waitUntil([&] {
         demo.animate(now += 4);
         return counter.keys.load() >= rounds * keysPerRound;
-    });
-    EXPECT_TRUE(delivered);
+    }));
     // Every round ends back on the main screen.
     EXPECT_TRUE(waitUntil([&] { return !demo.subScreenOpen(); }));
     demo.end();

@@ -1,16 +1,11 @@
 // The transfer station menu and events, end to end.
 #include "console/ConsoleSession.h"
 
-namespace
-{
-struct TransferConsole : SerialConsoleTest
-{
-    void SetUp() override { open("x", "Transfer Station board V1.00"); }
-};
-}
+using TransferConsole = SerialConsoleTest;
 
 TEST_F(TransferConsole, KeysAndEventsPrintTheirLines)
 {
+    ASSERT_NO_FATAL_FAILURE(open("x", "Transfer Station board V1.00"));
     runAll({
         { 'B', {}, { { "B", { "R50" } } }, "Battery Capacity: 80%\n" },
         { 'B', {}, { { "B", { "RFF" } } }, "Battery Capacity: not available\n" },

@@ -27,14 +27,13 @@ struct DiskpackEeprom
     }
 };
 
-struct XferDualConsole : SerialConsoleTest
-{
-    void SetUp() override { open("u", "Xfer Drive Dual SAS board V1.00"); }
-};
 }
 
-TEST_F(XferDualConsole, KeysAndEventsPrintTheirLines)
+using XferDualConsole = SerialConsoleTest;
+
+TEST_F(XferDualConsole, KeysEventsAndEepromTestVerdicts)
 {
+    ASSERT_NO_FATAL_FAILURE(open("u", "Xfer Drive Dual SAS board V1.00"));
     std::vector<std::pair<std::string, std::vector<std::string>>> clearFrames;
     for (int phy = 0; phy < 36; ++phy)
         clearFrames.push_back({ "E02C0" + hex2(4 + (phy >> 4)) + hex2((phy << 4) + 7) + "1800000005", {} });
@@ -92,10 +91,8 @@ TEST_F(XferDualConsole, KeysAndEventsPrintTheirLines)
         { "j1C8", "Diskpack 1 fan speed: 200\n" },
         { "l11", "Diskpack 1 LED event: on\n" },
     });
-}
 
-TEST_F(XferDualConsole, EepromTestVerdicts)
-{
+    // The diskpack EEPROM test's verdicts.
     DiskpackEeprom good, spoiled, unreadable, unwritable;
     spoiled.spoilPage = 3;
     // The pages read before a failed read matched, so the verdict stands.
