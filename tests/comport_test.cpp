@@ -28,68 +28,34 @@ struct ComPortOnPty : ::testing::Test
 };
 }
 
-TEST(ComPortNaming, UsbAdaptorsAreNumberedInSortedOrderAndNeverRenumbered)
+TEST(ComPortNaming, AdaptorsAreNumberedInSortedOrderAndNeverRenumbered)
 {
     TempDevDir dev;
     PtyPeer usb1(dev.path(), "ttyUSB1"), usbB(dev.path(), "tty.usbserial-B"), acm(dev.path(), "ttyACM0");
-    PtyPeer other(dev.path(), "ttyS7");
-
-    EXPECT_EQ(ComPort::usbPortNumber("tty.usbserial-B"), 0);
-    EXPECT_EQ(ComPort::usbPortNumber("ttyACM0"), 1);
-    EXPECT_EQ(ComPort::usbPortNumber("ttyUSB1"), 2);
-    EXPECT_EQ(ComPort::usbPortNumber("ttyS7"), -1) << "numbered ports are not adaptors";
-
+    PtyPeer s3(dev.path(), "ttyS3");
+    const std::pair<const char*, int> numbers[] = {
+        { "tty.usbserial-B", 0 }, { "ttyACM0", 1 }, { "ttyUSB1", 2 }, { "ttyS3", -1 } };
+    for (auto& [name, number] : numbers)
+        EXPECT_EQ(ComPort::usbPortNumber(name), number) << name;
     PtyPeer later(dev.path(), "tty.usbserial-A");
     EXPECT_EQ(ComPort::usbPortNumber("tty.usbserial-A"), 3) << "a new name goes to the end";
     EXPECT_EQ(ComPort::usbPortNumber("tty.usbserial-B"), 0);
 
-    ComPort p;
+    // A number equal to the count names no device; a held port cannot be opened twice.
+    ComPort p, second;
+    for (int bad : { 4, 5, -1 })
+        EXPECT_FALSE(p.open(bad, true)) << bad;
     ASSERT_TRUE(p.open(1, true));
     EXPECT_EQ(p.getDevicePath(), juce::String(dev.path() + "/ttyACM0"));
-    EXPECT_TRUE(p.getIsUsb());
-    EXPECT_EQ(p.getPortNumber(), 1);
-}
-
-TEST(ComPortNaming, OpeningFailsPastTheKnownAdaptors)
-{
-    TempDevDir dev;
-    PtyPeer a(dev.path(), "ttyUSB0");
-    ComPort p;
-    EXPECT_FALSE(p.open(1, true)) << "a number equal to the count names no device";
-    EXPECT_FALSE(p.open(2, true));
-    EXPECT_FALSE(p.open(-1, true));
-    EXPECT_FALSE(p.isOpen());
-    EXPECT_TRUE(p.open(0, true));
-}
-
-TEST(ComPortNaming, NumberedPortsAndMissingDirectory)
-{
-    TempDevDir dev;
-    PtyPeer s3(dev.path(), "ttyS3");
-    ComPort p;
-    EXPECT_FALSE(p.open(2, false));
-    ASSERT_TRUE(p.open(3, false));
-    EXPECT_FALSE(p.getIsUsb());
+    EXPECT_FALSE(second.open(1, true));
     p.close();
+    EXPECT_TRUE(second.open(1, true));
 
-    setenv("AVRTEST_DEV_DIR", (dev.path() + "/nowhere").c_str(), 1);
-    ComPort q;
-    EXPECT_FALSE(q.open(0, true));
+    ASSERT_TRUE(p.open(3, false)) << "numbered ports are named by their number";
+    EXPECT_FALSE(p.getIsUsb());
 }
 
-TEST(ComPortNaming, ASecondOpenOfALockedPortFails)
-{
-    TempDevDir dev;
-    PtyPeer a(dev.path(), "ttyUSB0");
-    ComPort first, second;
-    ASSERT_TRUE(first.open(0, true));
-    EXPECT_FALSE(second.open(0, true));
-    first.close();
-    EXPECT_FALSE(first.isOpen());
-    EXPECT_TRUE(second.open(0, true));
-}
-
-TEST_F(ComPortOnPty, ConfigurationFailuresAndLenience)
+TEST_F(ComPortOnPty, ConfigurationFailuresLenienceAndDrain)
 {
     termios before, after;
     ASSERT_TRUE(peer.settings(before));
@@ -97,49 +63,34 @@ TEST_F(ComPortOnPty, ConfigurationFailuresAndLenience)
     ASSERT_TRUE(peer.settings(after));
     EXPECT_EQ(cfgetospeed(&after), cfgetospeed(&before)) << "and change nothing";
     EXPECT_EQ(after.c_cflag, before.c_cflag);
-
     EXPECT_FALSE(port.set(19200, 9, ComPort::parityNone, 1, ComPort::flowNone));
     EXPECT_FALSE(port.set(19200, 8, ComPort::parityNone, 3, ComPort::flowNone));
     EXPECT_FALSE(port.set(19200, 8, ComPort::parityNone, 1, (ComPort::FlowControlType) 3));
 
-    // (A pty keeps eight data bits whatever it is asked for, so the data size
-    // cannot be checked here.)
+    // A pty keeps eight data bits whatever it is asked for: the size goes unchecked.
     EXPECT_TRUE(port.set(9600, 7, ComPort::parityNone, 2, ComPort::flowNone));
     ASSERT_TRUE(peer.settings(after));
     EXPECT_EQ(cfgetospeed(&after), (speed_t) B9600);
     EXPECT_NE(after.c_cflag & CSTOPB, 0u);
     EXPECT_EQ(after.c_cc[VMIN], 0);
     EXPECT_EQ(after.c_cc[VTIME], 1);
-
     ComPort closed;
     EXPECT_FALSE(closed.set(19200, 8, ComPort::parityNone, 1, ComPort::flowNone));
-}
 
-TEST_F(ComPortOnPty, ConfigurationDrainsWhatArrivesAndFailsOnHighBytes)
-{
-    // Bytes keep arriving while the port is configured: ASCII noise is
-    // drained, a byte of 0x80 or above makes the drain fail.
-    auto feed = [this](char c) {
-        return std::thread([this, c] {
-            for (int i = 0; i < 15; ++i)
-            {
+    // ASCII noise arriving meanwhile is drained; a byte of 0x80 or above fails the drain.
+    for (char c : { 'z', '\xA5' })
+    {
+        std::thread feed([this, c] {
+            for (int i = 0; i < 15; ++i, juce::Thread::sleep(10))
                 peer.write(std::string(1, c));
-                juce::Thread::sleep(10);
-            }
         });
-    };
-    auto t = feed('z');
-    EXPECT_TRUE(port.set(9600, 8, ComPort::parityNone, 1, ComPort::flowNone));
-    t.join();
-    EXPECT_EQ(port.ready(100), 0) << "the drain ran until the line was quiet";
+        EXPECT_EQ(port.set(c == 'z' ? 9600 : 19200, 8, ComPort::parityNone, 1, ComPort::flowNone), c == 'z');
+        feed.join();
+        EXPECT_TRUE(c != 'z' || port.ready(100) == 0) << "the drain ran until the line was quiet";
+    }
 
-    t = feed('\xA5');
-    EXPECT_FALSE(port.set(19200, 8, ComPort::parityNone, 1, ComPort::flowNone));
-    t.join();
-
-    // A line that never falls silent: the drain gives up, by time when the
-    // noise trickles and by size when it pours, instead of holding on for as
-    // long as the noise lasts (here at most 20 s).
+    // A line that never falls silent (here for at most 20 s): the drain gives
+    // up by time when the noise trickles and by size when it pours.
     const struct
     {
         int bytesPerWrite, pauseMs;
@@ -151,20 +102,15 @@ TEST_F(ComPortOnPty, ConfigurationDrainsWhatArrivesAndFailsOnHighBytes)
         std::atomic<bool> chatter { true };
         std::thread noise([&] {
             const auto until = juce::Time::getMillisecondCounter() + 20000;
-            while (chatter && juce::Time::getMillisecondCounter() < until)
-            {
+            for (; chatter && juce::Time::getMillisecondCounter() < until; juce::Thread::sleep(e.pauseMs))
                 peer.writeIfRoom(std::string((size_t) e.bytesPerWrite, 'z'));
-                juce::Thread::sleep(e.pauseMs);
-            }
         });
-        // On a loaded machine the noise itself may pause for 50 ms, which
-        // rightly ends a drain: a few attempts are allowed for that.
+        // On a loaded machine the noise itself may pause for 50 ms and rightly end a drain.
         bool gaveUp = false;
-        for (int attempt = 0; attempt < 5 && !gaveUp; ++attempt)
+        for (int attempt = 0; attempt < 5 && !gaveUp; ++attempt, rate = rate == 9600 ? 19200 : 9600)
         {
             log.clear();
             gaveUp = !port.set(rate, 8, ComPort::parityNone, 1, ComPort::flowNone);
-            rate = rate == 9600 ? 19200 : 9600;
         }
         chatter = false;
         noise.join();
@@ -180,30 +126,44 @@ TEST_F(ComPortOnPty, ConfigurationDrainsWhatArrivesAndFailsOnHighBytes)
     }
 }
 
-TEST_F(ComPortOnPty, ReadStringFraming)
+TEST_F(ComPortOnPty, ReadFramingAndPerCharacterTimeouts)
 {
     juce::String line;
-    peer.write("OK\r\n");
+    EXPECT_EQ(port.readChar(20), -1);
+    peer.write("AB");
+    EXPECT_EQ(port.readString(line, 1080, 200), 2) << "a timeout returns what came";
+    EXPECT_EQ(line, "AB");
+    peer.write("OK\r\n\r\nR1\n");
     EXPECT_EQ(port.readString(line, 1080, 1000), 2);
     EXPECT_EQ(line, "OK");
-
-    peer.write("\r\nR1\n");
     EXPECT_EQ(port.readString(line, 1080, 1000), 0) << "an empty line";
     EXPECT_EQ(line, "");
     EXPECT_EQ(port.readString(line, 1080, 1000), 2);
     EXPECT_EQ(line, "R1");
-
     EXPECT_EQ(port.readString(line, 0, 1000), 0);
-
     peer.write(std::string(1085, 'x') + "\n");
     EXPECT_EQ(port.readString(line, 1080, 1000), 1080);
-    EXPECT_EQ(line.length(), 1080);
     EXPECT_EQ(port.readString(line, 1080, 1000), 5) << "the rest stays for the next call";
 
-    peer.write("ab\xC8" "cd\n");
+    // Signed on purpose: a byte of 0x80 or above is a failure, and what follows it stays.
+    peer.write("ab\xC8" "cd\nA\xC8");
     EXPECT_EQ(port.readString(line, 1080, 1000), -1);
-    EXPECT_EQ(port.readString(line, 1080, 1000), 2) << "what follows the bad byte stays";
+    EXPECT_EQ(port.readString(line, 1080, 1000), 2);
     EXPECT_EQ(line, "cd");
+    EXPECT_EQ(port.readChar(1000), 'A');
+    EXPECT_EQ(port.readChar(1000), (int) (signed char) 0xC8);
+
+    // Twelve characters trickle in over far longer than the timeout, but no gap comes near it.
+    std::thread slow([this] {
+        for (char c : std::string("trickle-line\n"))
+        {
+            peer.write(std::string(1, c));
+            juce::Thread::sleep(25);
+        }
+    });
+    EXPECT_EQ(port.readString(line, 1080, 3000), 12);
+    EXPECT_EQ(line, "trickle-line");
+    slow.join();
 }
 
 namespace
@@ -221,10 +181,9 @@ long callsOfThisThread(const std::string& which)
 }
 }
 
-TEST_F(ComPortOnPty, ReadAheadIsServedInOrderAndDroppedWithTheDeviceQueue)
+TEST_F(ComPortOnPty, BatchedReadsAndWritesUntilTheDeviceIsFullOrGone)
 {
-    const std::string text = std::string(1000, 'y') + "\n";
-    peer.write(text);
+    peer.write(std::string(1000, 'y') + "\n");
     ASSERT_EQ(port.ready(1000), 1);
     juce::String line;
     const long before = callsOfThisThread("syscr:");
@@ -232,236 +191,99 @@ TEST_F(ComPortOnPty, ReadAheadIsServedInOrderAndDroppedWithTheDeviceQueue)
     EXPECT_EQ(port.readString(line, 1080, 1000), 1000);
     EXPECT_LT(callsOfThisThread("syscr:") - before, 50) << "a line is fetched in a few calls, not one per byte";
 
-    // Bytes fetched ahead belong to the device's queue: the flush of a new
-    // configuration and a close drop them as they drop the device's own.
-    const struct
+    // The flush of a new configuration and a close drop what was fetched ahead.
+    for (bool reconfigure : { true, false })
     {
-        const char* sent;
-        bool reconfigure;
-    } dropped[] = { { "x\xA5", true }, { "xq", false } };
-    for (auto& d : dropped)
-    {
-        peer.write(d.sent);
+        peer.write(reconfigure ? "x\xA5" : "xq");
         ASSERT_EQ(port.readChar(1000), 'x');
-        if (d.reconfigure)
+        if (reconfigure)
             EXPECT_TRUE(port.set(9600, 8, ComPort::parityNone, 1, ComPort::flowNone)) << "the drain saw a flushed byte";
         else
         {
             port.close();
             ASSERT_TRUE(port.open(0, true));
         }
-        EXPECT_EQ(port.ready(0), 0) << d.sent;
+        EXPECT_EQ(port.ready(0), 0) << reconfigure;
         peer.write("!");
-        EXPECT_EQ(port.readChar(1000), '!') << d.sent;
+        EXPECT_EQ(port.readChar(1000), '!') << reconfigure;
     }
-}
-
-TEST_F(ComPortOnPty, TimeoutsArePerCharacter)
-{
-    juce::String line;
-    EXPECT_EQ(port.readString(line, 1080, 50), 0);
-
-    peer.write("AB");
-    EXPECT_EQ(port.readString(line, 1080, 200), 2) << "a timeout returns what came";
-    EXPECT_EQ(line, "AB");
-
-    // Twelve characters trickle in over far longer than the timeout, but no
-    // gap between two of them comes near it.
-    std::thread slow([this] {
-        for (char c : std::string("trickle-line\n"))
-        {
-            peer.write(std::string(1, c));
-            juce::Thread::sleep(25);
-        }
-    });
-    EXPECT_EQ(port.readString(line, 1080, 3000), 12);
-    EXPECT_EQ(line, "trickle-line");
-    slow.join();
-}
-
-TEST_F(ComPortOnPty, ReadCharIsSigned)
-{
-    EXPECT_EQ(port.readChar(20), -1);
-    peer.write("A\xC8\xFF");
-    EXPECT_EQ(port.readChar(1000), 'A');
-    EXPECT_EQ(port.readChar(1000), (int) (signed char) 0xC8);
-    EXPECT_EQ(port.readChar(1000), -1) << "0xFF cannot be told from a failure";
-}
-
-TEST_F(ComPortOnPty, WritesReachTheDevice)
-{
-    EXPECT_TRUE(port.writeChar('?', 50));
-    EXPECT_TRUE(port.writeString("\n@\n", 50));
-    std::string line;
-    ASSERT_TRUE(peer.readLine(line));
-    EXPECT_EQ(line, "?");
-    ASSERT_TRUE(peer.readLine(line));
-    EXPECT_EQ(line, "@");
 
     const std::string text(600, 'w');
-    const long before = callsOfThisThread("syscw:");
+    const long writes = callsOfThisThread("syscw:");
     EXPECT_TRUE(port.writeString(text.c_str(), 50));
-    EXPECT_LT(callsOfThisThread("syscw:") - before, 10) << "a line goes out in a few calls, not one per byte";
+    EXPECT_LT(callsOfThisThread("syscw:") - writes, 10) << "a line goes out in a few calls, not one per byte";
     std::string bytes;
     ASSERT_TRUE(peer.readBytes(bytes, text.size()));
     EXPECT_EQ(bytes, text);
 
-    // Nobody reads the device any more: once it is full, a character waits
-    // for room no longer than its timeout.
+    // Nobody reads the device any more: once it is full, a write waits no longer than its timeout.
     bool written = true;
     for (int i = 0; i < 10000 && written; ++i)
         written = port.writeString(text.c_str(), 50);
     EXPECT_FALSE(written);
     EXPECT_EQ(log.lines(), juce::StringArray { "ComPort::writeChar(" + port.getDevicePath() + ") timed out error 50" });
-}
 
-TEST_F(ComPortOnPty, RemovedWhenTheDeviceGoesAway)
-{
     EXPECT_FALSE(port.removed());
     peer.unplug();
     EXPECT_TRUE(port.removed());
-    juce::String line;
-    EXPECT_LT(port.readString(line, 1080, 200), 1) << "reads fail once the device is gone";
-    EXPECT_FALSE(port.writeString("?\n", 50));
+    juce::String got;
+    EXPECT_LT(port.readString(got, 1080, 200), 1) << "reads fail once the device is gone";
 }
 
 //==============================================================================
-namespace
+TEST(ConsoleInput, KeysModesAndControlC)
 {
-/** Runs `body` in a child whose standard input and output are a fresh
-    terminal; returns the master side and the child's pid. */
-struct ChildOnTerminal
-{
-    int master = -1;
-    pid_t pid = -1;
-
-    template <typename Fn>
-    explicit ChildOnTerminal(Fn body)
+    // The child's standard input and output are a fresh terminal; each stage has its own exit status.
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(master, 0);
+    grantpt(master);
+    unlockpt(master);
+    const std::string slavePath = ptsname(master);
+    const pid_t pid = fork();
+    if (pid == 0)
     {
-        master = posix_openpt(O_RDWR | O_NOCTTY);
-        grantpt(master);
-        unlockpt(master);
-        const std::string slavePath = ptsname(master);
-        pid = fork();
-        if (pid == 0)
-        {
-            const int s = ::open(slavePath.c_str(), O_RDWR);
-            dup2(s, 0);
-            dup2(s, 1);
-            _exit(body());
-        }
-    }
-
-    /** Reads the child's output until `text` has appeared. */
-    void waitForOutput(const std::string& text)
-    {
-        char buf[64];
-        std::string seen;
-        while (seen.find(text) == std::string::npos)
-        {
-            const ssize_t n = ::read(master, buf, sizeof buf);
-            if (n <= 0)
-                break;
-            seen.append(buf, (size_t) n);
-        }
-    }
-
-    /** The child's exit status; -1 if it was still running at the deadline
-        (it is killed then). */
-    int exitStatus(int timeoutMs = 60000)
-    {
-        int status = 0;
-        if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs))
-        {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            status = -1;
-        }
-        ::close(master);
-        return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-};
-}
-
-TEST(ConsoleInput, GetchReadsOneKeyAndRestoresLineMode)
-{
-    ChildOnTerminal child([] {
-        const int c = getch();
+        const int s = ::open(slavePath.c_str(), O_RDWR);
+        dup2(s, 0);
+        dup2(s, 1);
         termios tio;
-        tcgetattr(1, &tio);
-        const bool lineMode = (tio.c_lflag & ICANON) != 0;
-        return lineMode && c == 'k' ? 0 : 1;
-    });
-    ASSERT_EQ(::write(child.master, "k", 1), 1);
-    EXPECT_EQ(child.exitStatus(), 0);
-}
-
-TEST(ConsoleInput, KbhitSwitchesToSingleKeyModeAndSeesAWaitingKey)
-{
-    ChildOnTerminal child([] {
-        if (kbhit())
-            return 2;
-        termios tio;
-        tcgetattr(1, &tio);
-        if ((tio.c_lflag & (ICANON | ECHO)) != 0)
-            return 3;
-        // No line end is sent: only single-key mode lets the key through.
+        const auto lineMode = [&tio](tcflag_t flags) { return tcgetattr(1, &tio) == 0 && (tio.c_lflag & flags) != 0; };
+        if (getch() != 'k' || !lineMode(ICANON))
+            _exit(2);  // one key, then line mode again
+        resetTTY();  // getch leaves the terminal marked raw although line mode is back
+        if (kbhit() || waitForKey(30) || lineMode(ICANON | ECHO))
+            _exit(3);  // nothing typed yet, and single-key mode from now on
         printf("waiting\n");
         fflush(stdout);
-        for (int i = 0; i < 1000 && !kbhit(); ++i)
-            usleep(10000);
-        if (!kbhit() || getch() != 'q')
-            return 4;
+        // Far beyond the test's own deadline: only the key, sent without a line end, ends it.
+        if (!waitForKey(600000) || !kbhit() || getch() != 'q')
+            _exit(4);
         resetTTY();
-        tcgetattr(1, &tio);
-        return (tio.c_lflag & ICANON) != 0 ? 0 : 5;
-    });
-    child.waitForOutput("waiting");
-    ASSERT_EQ(::write(child.master, "q", 1), 1);
-    EXPECT_EQ(child.exitStatus(), 0);
-}
-
-TEST(ConsoleInput, WaitForKeyEndsWithAKeyOrTheLimit)
-{
-    ChildOnTerminal child([] {
-        if (waitForKey(30))
-            return 2;
-        termios tio;
-        tcgetattr(1, &tio);
-        if ((tio.c_lflag & (ICANON | ECHO)) != 0)
-            return 3;
-        printf("waiting\n");
-        fflush(stdout);
-        // Far beyond the test's own time limit: only the key can end it.
-        return waitForKey(600000) && getch() == 'w' ? 0 : 4;
-    });
-    child.waitForOutput("waiting");
-    ASSERT_EQ(::write(child.master, "w", 1), 1);
-    EXPECT_EQ(child.exitStatus(), 0);
-}
-
-TEST(ConsoleInput, ControlCOnAnyThreadEndsTheWaitForAKey)
-{
-    ChildOnTerminal child([] {
+        if (!lineMode(ICANON))
+            _exit(5);
         static std::atomic<int> calls { 0 };
         setControlCHandler([] { ++calls; });
         std::thread other([] {
             juce::Thread::sleep(100);
             raise(SIGINT);  // handled on this thread, not the waiting one
         });
-        // Far beyond the deadline below: only Ctrl-C can end it.
         const bool key = waitForKey(600000);
         other.join();
-        return !key && calls == 1 ? 0 : 1;
-    });
-    EXPECT_EQ(child.exitStatus(10000), 0);
-}
-
-TEST(ConsoleInput, ControlCCallsTheHandler)
-{
-    static std::atomic<int> calls { 0 };
-    setControlCHandler([] { ++calls; });
-    raise(SIGINT);
-    EXPECT_EQ(calls.load(), 1);
-    signal(SIGINT, SIG_DFL);
+        _exit(!key && calls == 1 ? 0 : 6);
+    }
+    EXPECT_EQ(::write(master, "k", 1), 1);
+    std::string seen;
+    char buf[64];
+    for (ssize_t n = 1; n > 0 && seen.find("waiting") == std::string::npos;)
+        if ((n = ::read(master, buf, sizeof buf)) > 0)
+            seen.append(buf, (size_t) n);
+    EXPECT_EQ(::write(master, "q", 1), 1);
+    int status = 0;
+    if (!waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, 60000))
+    {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+    }
+    ::close(master);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }

@@ -37,12 +37,6 @@ struct Link : ::testing::Test
         peers.push_back(std::make_unique<PtyPeer>(dev.path(), name));
         return *peers.back();
     }
-
-    size_t count(const PtyPeer& p, const std::string& line) const
-    {
-        const auto r = p.received();
-        return (size_t) std::count(r.begin(), r.end(), line);
-    }
 };
 
 /** One board already found and open on port 0. */
@@ -52,21 +46,12 @@ struct OpenBoard : Link
     PtyPeer* peer = nullptr;
     std::unique_ptr<TestBoard> board;
 
-    void open(bool usb = true)
+    void open(bool usb = true, int pauseMs = 0)
     {
         peer = &addPeer(usb ? "ttyUSB0" : "ttyS0");
         peer->serve(boardAnswers("Test board V2.1", 0, script));
         board = std::make_unique<TestBoard>("Test board", 19200, usb);
-        if (!usb)
-        {
-            // Numbered ports are probed like adaptors; only the naming differs.
-            struct NumberedBoard : TestBoard
-            {
-                NumberedBoard() : TestBoard("Test board", 19200, false) {}
-                int numSearchPorts() const override { return 1; }
-            };
-            board = std::make_unique<NumberedBoard>();
-        }
+        board->pauseMs = pauseMs;
         ASSERT_TRUE(board->findAndOpen(-1));
         log.clear();
     }
@@ -75,7 +60,11 @@ struct OpenBoard : Link
 
 TEST_F(Link, DiscoverySkipsSilentRefusingAndForeignPortsAndHonoursTheId)
 {
-    auto& silent = addPeer("ttyUSB0");
+    const auto count = [](const PtyPeer& p, const std::string& line) {
+        const auto r = p.received();
+        return (size_t) std::count(r.begin(), r.end(), line);
+    };
+    addPeer("ttyUSB0");  // silent
     auto& refuses = addPeer("ttyUSB1");
     auto& foreign = addPeer("ttyUSB2");
     auto& wrongId = addPeer("ttyUSB3");
@@ -84,105 +73,85 @@ TEST_F(Link, DiscoverySkipsSilentRefusingAndForeignPortsAndHonoursTheId)
     foreign.serve(boardAnswers("Other board V1.0", 3));
     wrongId.serve(boardAnswers("Test board V1.5", 5));
     ours.serve(boardAnswers("Test board V1.7", 3));
-
     TestBoard board;
     ASSERT_TRUE(board.findAndOpen(3));
-    EXPECT_TRUE(board.boardIsOpen());
     EXPECT_EQ(board.getVersionString(), "V1.7");
     EXPECT_TRUE(ControlBoard::isPortOpen(4));
     EXPECT_FALSE(ControlBoard::isPortOpen(3));
-
     EXPECT_EQ(count(refuses, "?"), 2u) << "a refused identify is asked once more";
-    EXPECT_EQ(count(refuses, "@"), 0u);
-    EXPECT_EQ(count(foreign, "@"), 0u);
+    EXPECT_EQ(count(refuses, "@") + count(foreign, "@"), 0u);
     EXPECT_EQ(count(wrongId, "@"), 1u);
-    juce::ignoreUnused(silent);
 
     // Any id is taken when none is asked for; the open port is left alone.
     TestBoard any;
     ASSERT_TRUE(any.findAndOpen(-1));
     EXPECT_EQ(any.getVersionString(), "V1.5");
-    EXPECT_TRUE(ControlBoard::isPortOpen(3));
-
     const auto asked = count(ours, "?");
     TestBoard third;
     EXPECT_FALSE(third.findAndOpen(-1)) << "both matching ports are taken";
     EXPECT_EQ(count(ours, "?"), asked) << "a port held by this process is not probed";
 }
 
-TEST_F(Link, TheRefusalIsExaminedAsAnIdentity)
+TEST_F(Link, IdentityFormsAndRefusals)
 {
-    auto& p = addPeer("ttyUSB0");
-    p.serve([](const std::string& line) { return line == "@" ? Lines { "R0" } : Lines { "N" }; });
-    TestBoard notN;
-    EXPECT_FALSE(notN.findAndOpen(-1));
-    TestBoard n("N");
-    EXPECT_TRUE(n.findAndOpen(-1));
-    EXPECT_EQ(n.getVersionString(), "");
-}
-
-TEST_F(Link, BootloaderIdentityForm)
-{
-    auto& p = addPeer("ttyUSB0");
-    p.serve(boardAnswers("(bootloader) XB on board 4.2", 1));
-    TestBoard boot("(bootloader)");
-    ASSERT_TRUE(boot.findAndOpen(1));
-    EXPECT_EQ(boot.getVersionString(), "4.2") << "the version starts 13 characters past the id string";
-}
-
-TEST_F(Link, AnIdThatDoesNotAnswerRLeavesTheVersionOfTheCandidate)
-{
-    auto& p = addPeer("ttyUSB0");
-    p.serve(boardAnswers("Test board V3.0", 0, { { "@", { "N" } } }));
-    TestBoard board;
-    EXPECT_FALSE(board.findAndOpen(-1));
-    EXPECT_EQ(board.getVersionString(), "V3.0");
-    EXPECT_FALSE(board.boardIsOpen());
-    EXPECT_FALSE(ControlBoard::isPortOpen(0));
+    // The refusal "N" is examined as an identity; a bootloader's version starts 13 characters
+    // past its id; an id request not answered with R leaves the candidate's version.
+    const struct
+    {
+        const char *identity, *idAnswer, *boardId;
+        int id;
+        bool found;
+        const char* version;
+    } cases[] = {
+        { "N", "R0", "N", -1, true, "" },
+        { "(bootloader) XB on board 4.2", "R1", "(bootloader)", 1, true, "4.2" },
+        { "Test board V3.0", "N", "Test board", -1, false, "V3.0" },
+    };
+    for (auto& c : cases)
+    {
+        SCOPED_TRACE(c.identity + std::string(" / ") + c.boardId);
+        PtyPeer p(dev.path(), "ttyUSB0");
+        p.serve(boardAnswers(c.identity, 0, { { "@", { c.idAnswer } } }));
+        TestBoard board(c.boardId);
+        EXPECT_EQ(board.findAndOpen(c.id), c.found);
+        EXPECT_EQ(board.getVersionString(), c.version);
+        EXPECT_EQ(ControlBoard::isPortOpen(0), c.found);
+    }
 }
 
 TEST_F(OpenBoard, ExchangeOutcomesAndTheirDiagnostics)
 {
-    script = {
-        { "B", { "N" } },
-        { "C", { "R12" } },
-        { "D", { "OK" } },
-        { "E", {} },
-        { "F", { "Hello", "OK" } },
-        { "G", { "\x01\xC8" } },
-        { "H", { "R00ff" } },
-    };
+    script = { { "B", { "N" } }, { "C", { "R12" } }, { "D", { "OK" } }, { "E", {} },
+               { "F", { "Hello", "OK" } }, { "G", { "\x01\xC8" } }, { "H", { "R00ff" } } };
     open();
-
-    EXPECT_TRUE(board->sendCommand('A', -1, 0));
-    EXPECT_TRUE(log.lines().isEmpty());
-
-    const std::pair<char, const char*> failures[] = {
-        { 'B', "ControlBoard::sendCommand 'B' received NACK" },
-        { 'C', "ControlBoard::sendCommand 'C' received unexpected response char" },
-        { 'E', "ControlBoard::sendCommand 'E' reply timeout" },
-        { 'G', "ControlBoard::sendCommand 'G' reply fail" },
+    const struct
+    {
+        char cmd;
+        bool wantsValue, ok;
+        const char* logged;
+    } cases[] = {
+        { 'A', false, true, nullptr },
+        { 'B', false, false, "ControlBoard::sendCommand 'B' received NACK" },
+        { 'C', false, false, "ControlBoard::sendCommand 'C' received unexpected response char" },
+        { 'D', true, false, "ControlBoard::sendCommand 'D' received unexpected ACK" },
+        { 'E', false, false, "ControlBoard::sendCommand 'E' reply timeout" },
+        { 'F', false, true, "ControlBoard::sendCommand 'F' received unexpected reply 'Hello'" },
+        { 'G', false, false, "ControlBoard::sendCommand 'G' reply fail" },
     };
-    for (auto& [cmd, message] : failures)
+    int value = 0;
+    for (auto& c : cases)
     {
         log.clear();
-        EXPECT_FALSE(board->sendCommand(cmd, -1, 0)) << cmd;
-        EXPECT_TRUE(log.lines().contains(message)) << cmd << ": " << log.lines().joinIntoString("|");
+        EXPECT_EQ(c.wantsValue ? board->sendCommandGetIntResponse(c.cmd, 2, value) : board->sendCommand(c.cmd, -1, 0),
+                  c.ok) << c.cmd;
+        EXPECT_EQ(log.lines(), c.logged ? juce::StringArray { c.logged } : juce::StringArray {}) << c.cmd;
     }
-
-    int value = 0;
-    log.clear();
-    EXPECT_FALSE(board->sendCommandGetIntResponse('D', 2, value));
-    EXPECT_EQ(log.lines(), juce::StringArray { "ControlBoard::sendCommand 'D' received unexpected ACK" });
-
-    log.clear();
-    EXPECT_TRUE(board->sendCommand('F', -1, 0)) << "an unexpected line is skipped";
-    EXPECT_EQ(log.lines(), juce::StringArray { "ControlBoard::sendCommand 'F' received unexpected reply 'Hello'" });
-
     EXPECT_TRUE(board->sendCommandGetIntResponse('H', 4, value));
     EXPECT_EQ(value, 255);
     EXPECT_TRUE(board->syncState());
     EXPECT_EQ(peer->received().back(), "!");
+    EXPECT_TRUE(board->sendCommand('T', "caf\xE9")) << "text that is not UTF-8";
+    EXPECT_EQ(peer->received().back(), "Tcaf\xE9") << "reaches the wire as its bytes";
 
     board->setQuiet(true);
     log.clear();
@@ -190,196 +159,25 @@ TEST_F(OpenBoard, ExchangeOutcomesAndTheirDiagnostics)
     EXPECT_TRUE(log.lines().isEmpty());
 }
 
-TEST_F(OpenBoard, EventsDuringAnExchangeArriveAfterItInOrderAndOnce)
+TEST_F(OpenBoard, EventsEndTheIdlePauseFollowTheirExchangeInOrderOnceAndNeverMixWithReplies)
 {
-    script = { { "S", { "aone", "btwo", "OK" } } };
-    open();
-    peer->writeLine("zbefore");
-    ASSERT_TRUE(board->waitForEvents(1));
-
-    EXPECT_TRUE(board->sendCommand('S', -1, 0));
-    peer->writeLine("cthree");
-    ASSERT_TRUE(board->waitForEvents(4));
-    juce::Thread::sleep(100);
-    EXPECT_EQ(board->events(), (juce::StringArray { "zbefore", "aone", "btwo", "cthree" }));
-}
-
-TEST_F(Link, ALineOrAStopEndsTheIdlePause)
-{
-    auto& peer = addPeer("ttyUSB0");
-    peer.serve(boardAnswers("Test board V2.1", 0, { { "S", { "aparked", "OK" } } }));
-    TestBoard board;
-    // Far longer than any deadline here: only the line itself can end it.
-    board.pauseMs = 600000;
-    ASSERT_TRUE(board.findAndOpen(-1));
+    // "cthree" is already in the port when the exchange ends: the parked lines go first.
+    script = { { "S", { "aone", "OK" } }, { "T", { "ztwo", "OK", "cthree" } } };
+    open(true, 600000);  // far longer than any deadline: only a line or the stop ends the pause
     for (int i = 1; i <= 3; ++i)
     {
-        peer.writeLine("e" + std::to_string(i));
-        ASSERT_TRUE(board.waitForEvents(i)) << "event " << i;
+        peer->writeLine("e" + std::to_string(i));
+        ASSERT_TRUE(board->waitForEvents(i)) << "event " << i;
     }
-    EXPECT_TRUE(board.sendCommand('S', -1, 0));
-    EXPECT_TRUE(board.waitForEvents(4)) << "a parked line is delivered when the exchange ends";
+    EXPECT_TRUE(board->sendCommand('S', -1, 0));
+    EXPECT_TRUE(board->waitForEvents(4)) << "a parked line is delivered when the exchange ends";
+    EXPECT_TRUE(board->sendCommand('T', -1, 0));
+    ASSERT_TRUE(board->waitForEvents(6));
+    juce::Thread::sleep(100);
+    EXPECT_EQ(board->events(), (juce::StringArray { "e1", "e2", "e3", "aone", "ztwo", "cthree" }));
 
-    board.closeBoard(false);
-    EXPECT_FALSE(board.isThreadRunning());
-    EXPECT_FALSE(log.contains("!! killing thread by force !!")) << "the stop ended the pause";
-}
-
-TEST_F(OpenBoard, ABoardThatStreamsLinesInsteadOfAReplyFailsTheExchangeInTime)
-{
-    open();
-    // The board answers "S" with an endless stream (here at most 20 s): event
-    // lines pour in until too many are parked, unexpected lines trickle in
-    // until the exchange has taken too long.
-    const struct
-    {
-        const char* line;
-        int linesPerWrite, pauseMs;
-        bool byCount;
-    } streams[] = { { "estream", 10, 1, true }, { "Xnoise", 1, 2, false } };
-    for (auto& st : streams)
-    {
-        std::atomic<bool> asked { false }, stop { false };
-        peer->serve([&](const std::string& line) {
-            asked = asked || line == "S";
-            return line == "S" ? Lines {} : Lines { "OK" };
-        });
-        std::thread stream([&] {
-            waitUntil([&] { return asked || stop; }, 20000);
-            std::string burst;
-            for (int i = 0; i < st.linesPerWrite; ++i)
-                burst += std::string(st.line) + "\r\n";
-            const auto until = juce::Time::getMillisecondCounter() + 20000;
-            while (!stop && juce::Time::getMillisecondCounter() < until)
-            {
-                peer->write(burst);
-                juce::Thread::sleep(st.pauseMs);
-            }
-        });
-        log.clear();
-        EXPECT_FALSE(board->sendCommand('S', -1, 0)) << st.line;
-        stop = true;
-        stream.join();
-
-        const juce::String start = "ControlBoard::sendCommand 'S' reply timeout: lines kept coming on "
-                                   + juce::String(peer->linkPath()) + " for ";
-        const auto lines = log.lines();
-        const auto found = std::find_if(lines.begin(), lines.end(), [&](auto& l) { return l.startsWith(start); });
-        ASSERT_NE(found, lines.end()) << st.line << ": " << lines[lines.size() - 1];
-        if (st.byCount)
-            EXPECT_TRUE(found->endsWith(" ms without a reply (2000 events parked)")) << *found;
-        else
-            EXPECT_GE(found->fromFirstOccurrenceOf(" for ", false, false).getIntValue(), 3000) << *found;
-        EXPECT_TRUE(board->sendCommand('A', -1, 0)) << "the board is still usable";
-        peer->stopServing();
-    }
-    EXPECT_TRUE(board->waitForEvents(2000)) << "parked lines are still delivered";
-}
-
-TEST_F(OpenBoard, ClosingReleasesThePortAndTheBoardCanBeFoundAgain)
-{
-    open();
-    EXPECT_TRUE(ControlBoard::isPortOpen(0));
-    EXPECT_TRUE(board->sendCommand('A', -1, 0));
-    board->closeBoard(false);
-    EXPECT_FALSE(board->boardIsOpen());
-    EXPECT_FALSE(board->isThreadRunning());
-    EXPECT_FALSE(ControlBoard::isPortOpen(0));
-    EXPECT_EQ(board->getVersionString(), "");
-    EXPECT_FALSE(board->sendCommand('A', -1, 0));
-    EXPECT_TRUE(log.lines().isEmpty()) << "a closed board fails silently";
-
-    ASSERT_TRUE(board->findAndOpen(-1));
-    EXPECT_EQ(board->getVersionString(), "V2.1");
-    EXPECT_TRUE(board->sendCommand('A', -1, 0));
-}
-
-TEST_F(OpenBoard, ReopenAndRateChangeKeepTheBoardWorking)
-{
-    // Each reconfiguration follows a line, after which the peer changes the
-    // pty's speed: an unchanged 8E1 request is refused by a pty.
-    open();
-    EXPECT_TRUE(board->sendCommand('A', -1, 0));
-    EXPECT_TRUE(board->reopenPort());
-    EXPECT_TRUE(board->isThreadRunning());
-    EXPECT_TRUE(board->sendCommand('A', -1, 0));
-    EXPECT_TRUE(board->changePortRate());
-    EXPECT_TRUE(board->sendCommand('A', -1, 0));
-    peer->writeLine("eafter");
-    EXPECT_TRUE(board->waitForEvents(1));
-}
-
-TEST_F(Link, AReopenRacingACloseLeavesTheBoardOpenOrClosedWhole)
-{
-    // The board's thread closes the board (as after an unplug) while the
-    // console reopens its port; whoever wins, the board and the port table
-    // must agree, and a close afterwards must free the port.
-    enum class Rival { threadClose, unplug, rateChange };
-    const Rival rivals[] = { Rival::threadClose, Rival::unplug, Rival::rateChange };
-    for (int round = 0; round < 30; ++round)
-    {
-        const Rival rival = rivals[round % 3];
-        PtyPeer peer(dev.path(), "ttyUSB0");
-        peer.serve(boardAnswers("Test board V2.1", 0));
-        TestBoard board;
-        ASSERT_TRUE(board.findAndOpen(-1)) << round;
-        // After a line the peer changes the pty's speed, so that the reopen's
-        // configuration is a real change (see PtyPeer).
-        ASSERT_TRUE(board.sendCommand('A', -1, 0));
-
-        std::thread racer([&] {
-            juce::Thread::sleep(round % 5);
-            if (rival == Rival::threadClose)
-                board.closeBoard(true);
-            else if (rival == Rival::unplug)
-                peer.unplug();
-            else
-                board.changePortRate();
-        });
-        board.reopenPort();
-        racer.join();
-        if (rival == Rival::unplug)
-            waitUntil([&] { return !board.boardIsOpen(); });
-        EXPECT_EQ(ControlBoard::isPortOpen(0), board.boardIsOpen()) << "round " << round;
-
-        // A close from the thread's side leaves the thread to end itself.
-        board.stopThread(ControlBoard::threadStopTimeoutMs);
-        board.closeBoard(false);
-        EXPECT_FALSE(ControlBoard::isPortOpen(0)) << "round " << round;
-        peer.unplug();
-        // The next round's adaptor gets the same name, hence the same number.
-    }
-}
-
-TEST_F(OpenBoard, UnplugClosesTheBoardFromItsOwnThread)
-{
-    open();
-    peer->unplug();
-    EXPECT_TRUE(waitUntil([&] { return !board->boardIsOpen(); }, 20000));
-    EXPECT_TRUE(waitUntil([&] { return !board->isThreadRunning(); }));
-    EXPECT_FALSE(ControlBoard::isPortOpen(0));
-    EXPECT_EQ(board->getVersionString(), "");
-    board->closeBoard(false);
-}
-
-TEST_F(OpenBoard, ANumberedPortIsNotWatchedForUnplugAndReportsWriteFailures)
-{
-    open(false);
-    EXPECT_TRUE(board->sendCommand('A', -1, 0));
-    peer->unplug();
-    juce::Thread::sleep(700);
-    EXPECT_TRUE(board->boardIsOpen()) << "only adaptors are watched";
-    EXPECT_FALSE(board->sendCommand('A', -1, 0));
-    EXPECT_TRUE(log.lines().contains("ControlBoard::sendCommand 'A' failed")
-                || log.lines().contains("ControlBoard::sendCommand 'A' reply fail"))
-        << log.lines().joinIntoString("|");
-}
-
-TEST_F(OpenBoard, CommandsAndEventsFromTwoThreadsNeverMix)
-{
-    int counter = 0;
-    open();
     // Replies carry the command's own number; events stream meanwhile.
+    int counter = 0;
     peer->serve([&counter](const std::string& line) -> Lines {
         if (line.size() > 1 && line[0] == 'Q')
             return { "e" + std::to_string(counter++), "R" + line.substr(1) };
@@ -399,18 +197,128 @@ TEST_F(OpenBoard, CommandsAndEventsFromTwoThreadsNeverMix)
         EXPECT_EQ(value, i);
     }
     noise.join();
-    ASSERT_TRUE(board->waitForEvents(110));
+    ASSERT_TRUE(board->waitForEvents(116));
     juce::Thread::sleep(100);
-    const auto events = board->events();
-    EXPECT_EQ(events.size(), 110);
     int nextE = 0, nextN = 0;
-    for (auto& e : events)
-    {
-        if (e.startsWithChar('e'))
-            EXPECT_EQ(e, "e" + juce::String(nextE++));
-        else
-            EXPECT_EQ(e, "n" + juce::String(nextN++));
-    }
+    const auto events = board->events();
+    for (int i = 6; i < events.size(); ++i)
+        EXPECT_EQ(events[i], events[i][0] == 'e' ? "e" + juce::String(nextE++) : "n" + juce::String(nextN++));
     EXPECT_EQ(nextE, 60);
     EXPECT_EQ(nextN, 50);
+
+    board->closeBoard(false);
+    EXPECT_FALSE(board->isThreadRunning());
+    EXPECT_FALSE(log.contains("!! killing thread by force !!")) << "the stop ended the pause";
+}
+
+TEST_F(OpenBoard, ABoardThatStreamsLinesInsteadOfAReplyFailsTheExchangeInTime)
+{
+    // "S" is answered by more event lines than may be parked, "T" by other
+    // lines trickling in (for at most 20 s): either exchange gives up in time.
+    std::atomic<bool> stop { false };
+    open();
+    peer->serve([&](const std::string& line) {
+        const auto until = juce::Time::getMillisecondCounter() + 20000;
+        while (line == "T" && !stop && juce::Time::getMillisecondCounter() < until)
+        {
+            peer->writeLine("Xnoise");
+            juce::Thread::sleep(2);
+        }
+        return line == "S" ? Lines(2100, "estream") : line == "T" ? Lines {} : Lines { "OK" };
+    });
+    for (char cmd : { 'S', 'T' })
+    {
+        log.clear();
+        EXPECT_FALSE(board->sendCommand(cmd, -1, 0)) << cmd;
+        stop = cmd == 'T';
+        const juce::String start = "ControlBoard::sendCommand '" + juce::String::charToString(cmd)
+                                   + "' reply timeout: lines kept coming on " + peer->linkPath() + " for ";
+        const auto lines = log.lines();
+        const auto found = std::find_if(lines.begin(), lines.end(), [&](auto& l) { return l.startsWith(start); });
+        ASSERT_NE(found, lines.end()) << lines.joinIntoString("|");
+        if (cmd == 'S')
+            EXPECT_TRUE(found->endsWith(" ms without a reply (2000 events parked)")) << *found;
+        else
+            EXPECT_GE(found->fromFirstOccurrenceOf(" for ", false, false).getIntValue(), 3000) << *found;
+        EXPECT_TRUE(board->sendCommand('A', -1, 0)) << "the board is still usable";
+    }
+    EXPECT_TRUE(board->waitForEvents(2100)) << "parked lines are still delivered";
+}
+
+TEST_F(OpenBoard, ReopenRateChangeCloseAndUnplug)
+{
+    // Each reconfiguration follows a line, after which the peer changes the
+    // pty's speed: an unchanged 8E1 request is refused by a pty.
+    open();
+    EXPECT_TRUE(board->sendCommand('A', -1, 0));
+    EXPECT_TRUE(board->reopenPort());
+    EXPECT_TRUE(board->sendCommand('A', -1, 0));
+    EXPECT_TRUE(board->changePortRate());
+    EXPECT_TRUE(board->sendCommand('A', -1, 0));
+    peer->writeLine("eafter");
+    EXPECT_TRUE(board->waitForEvents(1));
+
+    board->closeBoard(false);
+    EXPECT_FALSE(board->isThreadRunning());
+    EXPECT_FALSE(ControlBoard::isPortOpen(0));
+    EXPECT_EQ(board->getVersionString(), "");
+    EXPECT_FALSE(board->sendCommand('A', -1, 0));
+    EXPECT_TRUE(log.lines().isEmpty()) << "a closed board fails silently";
+
+    // Found again, then unplugged: the board closes itself from its own thread.
+    ASSERT_TRUE(board->findAndOpen(-1));
+    EXPECT_EQ(board->getVersionString(), "V2.1");
+    peer->unplug();
+    EXPECT_TRUE(waitUntil([&] { return !board->boardIsOpen(); }, 20000));
+    EXPECT_TRUE(waitUntil([&] { return !board->isThreadRunning(); }));
+    EXPECT_FALSE(ControlBoard::isPortOpen(0));
+    EXPECT_EQ(board->getVersionString(), "");
+}
+
+TEST_F(Link, AReopenRacingACloseLeavesTheBoardOpenOrClosedWhole)
+{
+    // The board's own thread closes it (as after an unplug) while the console
+    // reopens its port: whoever wins, board and port table agree.
+    for (int round = 0; round < 30; ++round)
+    {
+        const int rival = round % 3;  // the thread's close, an unplug, a rate change
+        PtyPeer peer(dev.path(), "ttyUSB0");  // the same name keeps the same number
+        peer.serve(boardAnswers("Test board V2.1", 0));
+        TestBoard board;
+        ASSERT_TRUE(board.findAndOpen(-1)) << round;
+        ASSERT_TRUE(board.sendCommand('A', -1, 0));  // so that the reopen's configuration is a change
+
+        std::thread racer([&] {
+            juce::Thread::sleep(round % 5);
+            if (rival == 0)
+                board.closeBoard(true);
+            else if (rival == 1)
+                peer.unplug();
+            else
+                board.changePortRate();
+        });
+        board.reopenPort();
+        racer.join();
+        if (rival == 1)
+            waitUntil([&] { return !board.boardIsOpen(); });
+        EXPECT_EQ(ControlBoard::isPortOpen(0), board.boardIsOpen()) << "round " << round;
+
+        // A close from the thread's side leaves the thread to end itself.
+        board.stopThread(ControlBoard::threadStopTimeoutMs);
+        board.closeBoard(false);
+        EXPECT_FALSE(ControlBoard::isPortOpen(0)) << "round " << round;
+        peer.unplug();
+    }
+}
+
+TEST_F(OpenBoard, ANumberedPortIsNotWatchedForUnplugAndReportsWriteFailures)
+{
+    open(false);
+    peer->unplug();
+    juce::Thread::sleep(700);
+    EXPECT_TRUE(board->boardIsOpen()) << "only adaptors are watched";
+    EXPECT_FALSE(board->sendCommand('A', -1, 0));
+    EXPECT_TRUE(log.lines().contains("ControlBoard::sendCommand 'A' failed")
+                || log.lines().contains("ControlBoard::sendCommand 'A' reply fail"))
+        << log.lines().joinIntoString("|");
 }
