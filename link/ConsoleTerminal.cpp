@@ -119,11 +119,9 @@ int getch()
         raw.c_lflag &= ~(tcflag_t) (ICANON | ECHO);
         tcsetattr(STDOUT_FILENO, TCSANOW, &raw);
     }
-    if (!ttyIsRaw)
-    {
-        ttyIsRaw = true;
-        registerResetAtExit();
-    }
+    // The mode it found is put back below, so the terminal is not left raw: marking it so would
+    // keep a later waitForKey() from switching to single keys.
+    registerResetAtExit();
     unsigned char c = 0;
     ssize_t n;
     do

@@ -249,7 +249,6 @@ TEST(ConsoleInput, KeysModesAndControlC)
         const auto lineMode = [&tio](tcflag_t flags) { return tcgetattr(1, &tio) == 0 && (tio.c_lflag & flags) != 0; };
         if (getch() != 'k' || !lineMode(ICANON))
             _exit(2);  // one key, then line mode again
-        resetTTY();  // getch leaves the terminal marked raw although line mode is back
         if (kbhit() || waitForKey(30) || lineMode(ICANON | ECHO))
             _exit(3);  // nothing typed yet, and single-key mode from now on
         printf("waiting\n");
