@@ -3,8 +3,6 @@
 #include "boardsim/faults.h"
 #include "boardsim/personality.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -14,14 +12,6 @@
     personality it has now, handing over to the next when told. */
 struct EmulatedBoard
 {
-    /** What a board sent for one line: its closing line, and the lines it
-        sent on their own, in order. */
-    struct Answer
-    {
-        std::string final;
-        std::vector<std::string> events;
-    };
-
     std::unique_ptr<boardsim::Personality> personality;
     boardsim::Faults faults;
 
@@ -30,22 +20,6 @@ struct EmulatedBoard
         boardsim::BoardInfo info(letter, id, version);
         info.inBootloader = inBootloader;
         personality = boardsim::makePersonality(info);
-    }
-
-    Answer send(const std::string& line)
-    {
-        boardsim::Replier r;
-        personality->handle(line, r);
-        return collect(r);
-    }
-    std::string final(const std::string& line) { return send(line).final; }
-
-    Answer control(const std::string& verb, const std::string& args, bool expectOk = true)
-    {
-        boardsim::Replier r;
-        std::string error;
-        EXPECT_EQ(personality->control(verb, args, r, error), expectOk) << verb << " " << args << ": " << error;
-        return collect(r);
     }
 
     /** Everything the board sends back for `bytes`, delivered `chunk` bytes at
@@ -72,19 +46,5 @@ struct EmulatedBoard
             at += used;
         }
         return sent;
-    }
-
-private:
-    static Answer collect(const boardsim::Replier& r)
-    {
-        Answer a;
-        int finals = 0;
-        for (const auto& item : r.items())
-            if (item.kind != boardsim::Replier::Kind::Final)
-                a.events.push_back(item.bytes);
-            else if (++finals == 1)
-                a.final = item.bytes;
-        EXPECT_LE(finals, 1) << "more than one closing line";
-        return a;
     }
 };
