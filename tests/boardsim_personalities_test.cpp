@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "support/EmulatedBoard.h"
+#include "boardsim/personality.h"
 
 using namespace boardsim;
 
@@ -57,16 +57,16 @@ TEST(EmulatedBoards, RefuseMalformedCommandsAndKeepTheirState)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(1, c.letter) + " " + c.version);
-        EmulatedBoard board(c.letter, c.version);
+        const auto personality = makePersonality(BoardInfo(c.letter, 0, c.version));
         const auto check = [&](const Step& s) {
             SCOPED_TRACE(s.line);
             Replier r;
             std::string error;
             if (s.line == "~")
-                board.personality->tick(r);
+                personality->tick(r);
             else if (s.line[0] != '>')
-                board.personality->handle(s.line, r);
-            else if (const auto sp = s.line.find(' '); !board.personality->control(
+                personality->handle(s.line, r);
+            else if (const auto sp = s.line.find(' '); !personality->control(
                          s.line.substr(1, sp - 1), sp == std::string::npos ? "" : s.line.substr(sp + 1), r, error))
                 EXPECT_EQ(s.final, "error");
             else
