@@ -127,6 +127,19 @@ private:
     std::unique_ptr<Simulator> sim_;
 };
 
+// A board that sends an event before its reply to "L", which no real one does yet.
+struct EventFirst : Personality {
+    using Personality::Personality;
+    bool command(const std::string& line, Replier& out) override
+    {
+        if (line == "L") {
+            out.event("click");
+            out.ok();
+        }
+        return line == "L";
+    }
+};
+
 } // namespace
 
 TEST(BoardsimOptions, MistakesAreRejected)
@@ -311,26 +324,6 @@ TEST(BoardsimFaultWire, DelayAndBaudHoldBackWhatTheBoardSends)
     EXPECT_GE(Clock::now() - start, 900ms);
 }
 
-namespace {
-
-// A board that sends an event before its reply to "L", which no real one does yet.
-class EventFirst : public Personality {
-public:
-    using Personality::Personality;
-
-protected:
-    bool command(const std::string& line, Replier& out) override
-    {
-        if (line != "L")
-            return false;
-        out.event("click");
-        out.ok();
-        return true;
-    }
-};
-
-} // namespace
-
 TEST(BoardsimPersonalityHooks, EventsControlLinesAndTicks)
 {
     // Junk goes right before the final line, not before the events around it.
@@ -386,7 +379,7 @@ TEST(BoardsimPlug, UnplugMakesTheDeviceVanishAndPlugBringsItBack)
     EXPECT_TRUE(replies(*sim.open(0), {"@"}, {"R3"}));
 }
 
-TEST(BoardsimProgram, HelpAndBadUsageExitStatuses)
+TEST(BoardsimProgram, ExitStatusesPublishingBeforeReadyAndRemovingTheLinksHoweverItEnds)
 {
     TempDir dir;
     const std::string d = " --dir " + dir.path, out = dir.path + "/out", err = dir.path + "/err";
@@ -399,20 +392,15 @@ TEST(BoardsimProgram, HelpAndBadUsageExitStatuses)
         EXPECT_EQ(fs::file_size(out) == 0, status != 0) << args;
         EXPECT_EQ(fs::file_size(err) == 0, status == 0) << args;
     }
-}
-
-TEST(BoardsimProgram, PublishesBeforeReadyAndRemovesTheLinksHoweverItEnds)
-{
-    TempDir dir;
-    const std::string d = dir.path + "/tty.usbserial-SIM0d3";
+    const std::string disk = dir.path + "/tty.usbserial-SIM0d3";
     const std::string r = dir.path + "/tty.usbserial-remote";
     for (const std::string end : {"quit", "end of input", "SIGTERM", "SIGINT"}) {
         SCOPED_TRACE(end);
         Child child({BOARDSIM_PATH, "--dir", dir.path, "--log", "--board", "d", "--id", "3", "--board", "r", "--name", "remote"});
         ASSERT_EQ(child.out.line(), "ready");
-        ASSERT_TRUE(isLink(d) && isLink(r));
+        ASSERT_TRUE(isLink(disk) && isLink(r));
 
-        Port port(d);
+        Port port(disk);
         ASSERT_TRUE(port.configure());
         EXPECT_EQ(port.ask("?"), "Diskpack board V1.00");
         EXPECT_EQ(child.out.line(), "rx 0 ?");
@@ -430,6 +418,6 @@ TEST(BoardsimProgram, PublishesBeforeReadyAndRemovesTheLinksHoweverItEnds)
             ::kill(child.pid, end == "SIGTERM" ? SIGTERM : SIGINT);
         }
         EXPECT_EQ(child.wait(), 0);
-        EXPECT_FALSE(isLink(d) || isLink(r));
+        EXPECT_FALSE(isLink(disk) || isLink(r));
     }
 }
