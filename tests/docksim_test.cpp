@@ -239,7 +239,7 @@ TEST(DocksimJson, ParsesStrictJsonAndRefusesTheRest)
     }
 }
 
-TEST(DocksimUsb, CommandBlocksTheProductNeverSendsAndTheStateChecks)
+TEST(DocksimUsb, CommandBlocksTheProductNeverSendsFaultsAndTheStateChecks)
 {
     Docksim sim({"--dock", "s"});
     Client c(sim.socketPath());
@@ -275,6 +275,40 @@ TEST(DocksimUsb, CommandBlocksTheProductNeverSendsAndTheStateChecks)
     EXPECT_EQ(sim.control("check eeprom:0 0304"), "ok");
     EXPECT_EQ(sim.control("check upgrades 1"), "ok");
     EXPECT_EQ(Client::result(c.cdb(conn, block({0x00}, 0x12), 16)), 0xE00002C7) << "unknown opcode";
+
+    // Faults spoil the next calls only.
+    ASSERT_EQ(sim.control("fault wrong-subcode"), "ok");
+    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "8D5501");
+    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501") << "applies once";
+
+    const std::tuple<const char*, int64_t, bool> failures[] = {
+        {"invalid-dest", 0x10000003, false}, // refused at once
+        {"not-attached", kNotAttached, true},
+        {"io-error", kIoError, true},
+    };
+    for (const auto& [fault, result, completes] : failures) {
+        ASSERT_EQ(sim.control(std::string("fault ") + fault), "ok");
+        const Json done = c.cdb(conn, block({0x0D}), 3);
+        EXPECT_EQ(Client::result(done), result) << fault;
+        EXPECT_EQ(done.find("completion") ? dataOf(done) : "", "") << fault;
+        EXPECT_EQ(done.find("completion") != nullptr, completes) << fault;
+    }
+    ASSERT_EQ(sim.control("fault no-reply"), "ok");
+    EXPECT_EQ(c.cdb(conn, block({0x0D}), 3, 2000ms).dump(), "\"<no completion>\"") << "no-reply";
+
+    ASSERT_EQ(sim.control("fault late"), "ok");
+    const auto start = Clock::now();
+    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501");
+    EXPECT_GE(Clock::now() - start, 1400ms) << "a late completion comes after 1500 ms";
+    EXPECT_EQ(sim.control("fault nack"), "error: fault 'nack' does not apply to a USB dock");
+
+    ASSERT_EQ(sim.control("fault eeprom-read-fail"), "ok");
+    EXPECT_EQ(Client::result(c.cdb(conn, block({0x0C, 0, 0, 1}), 3)), kIoError);
+    const std::string plain = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
+    ASSERT_EQ(sim.control("fault eeprom-flip"), "ok");
+    const std::string flipped = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
+    ASSERT_EQ(plain.size(), 6u);
+    EXPECT_EQ(std::stoi(plain.substr(4), nullptr, 16) ^ 0xFF, std::stoi(flipped.substr(4), nullptr, 16));
 
     // The status follows the control lines.
     const std::pair<const char*, std::string> steps[] = {
@@ -322,44 +356,6 @@ TEST(DocksimUsb, TheTwinFindsItsAncestorsLocationAndAnUnpluggedDockComesBackAsNe
     const Json open = other.ask("\"op\":\"open\",\"type\":0,\"entry\":" + std::to_string(again[0]));
     EXPECT_EQ(Client::result(other.ask(Client::scalar(Client::field(open, "connection").asInt(), 0))), 0xE00002C5)
         << "the first connection still holds the user client";
-}
-
-TEST(DocksimUsb, FaultsSpoilTheNextCallsOnly)
-{
-    Docksim sim({"--dock", "s", "--fault", "wrong-subcode"});
-    Client c(sim.socketPath());
-    const int64_t conn = c.openUsb();
-    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "8D5501");
-    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501") << "applies once";
-
-    const std::tuple<const char*, int64_t, bool> rows[] = {
-        {"invalid-dest", 0x10000003, false}, // refused at once
-        {"not-attached", kNotAttached, true},
-        {"io-error", kIoError, true},
-    };
-    for (const auto& [fault, result, completes] : rows) {
-        ASSERT_EQ(sim.control(std::string("fault ") + fault), "ok");
-        const Json done = c.cdb(conn, block({0x0D}), 3);
-        EXPECT_EQ(Client::result(done), result) << fault;
-        EXPECT_EQ(done.find("completion") ? dataOf(done) : "", "") << fault;
-        EXPECT_EQ(done.find("completion") != nullptr, completes) << fault;
-    }
-    ASSERT_EQ(sim.control("fault no-reply"), "ok");
-    EXPECT_EQ(c.cdb(conn, block({0x0D}), 3, 2000ms).dump(), "\"<no completion>\"") << "no-reply";
-
-    ASSERT_EQ(sim.control("fault late"), "ok");
-    const auto start = Clock::now();
-    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501");
-    EXPECT_GE(Clock::now() - start, 1400ms) << "a late completion comes after 1500 ms";
-    EXPECT_EQ(sim.control("fault nack"), "error: fault 'nack' does not apply to a USB dock");
-
-    ASSERT_EQ(sim.control("fault eeprom-read-fail"), "ok");
-    EXPECT_EQ(Client::result(c.cdb(conn, block({0x0C, 0, 0, 1}), 3)), kIoError);
-    const std::string plain = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
-    ASSERT_EQ(sim.control("fault eeprom-flip"), "ok");
-    const std::string flipped = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
-    ASSERT_EQ(plain.size(), 6u);
-    EXPECT_EQ(std::stoi(plain.substr(4), nullptr, 16) ^ 0xFF, std::stoi(flipped.substr(4), nullptr, 16));
 }
 
 TEST(DocksimTbt, CommandsTheProductNeverSendsFaultsAndUnplug)
