@@ -243,31 +243,6 @@ TEST(BoardsimBoard, EveryTypeAnswersTheCoreCommands)
     }
 }
 
-TEST(BoardsimBoard, ControlEventsAndRawBytes)
-{
-    Sim sim({"--board", "t", "--board", "u", "--name", "dual"});
-    auto t = sim.open(0);
-    auto u = sim.open(1);
-    EXPECT_EQ(sim.control("event 0 hello  world"), "ok");
-    EXPECT_EQ(t->bytes(14), "hello  world\r\n");
-    EXPECT_EQ(sim.control("send 0 A5 0d0a"), "ok");
-    EXPECT_EQ(t->bytes(3), "\xA5\r\n");
-
-    // Boards are addressed by index, name or link name.
-    for (const std::string board : {"1", "dual", "tty.usbserial-dual"}) {
-        EXPECT_EQ(sim.control("event " + board + " to " + board), "ok");
-        EXPECT_EQ(u->line(), "to " + board);
-    }
-
-    for (const char* bad : {"event 2 x", "event nosuch x", "event 0", "event", "send 0 A", "send 0 GG", "send 0 A 5",
-                            "send 0 0x41", "send 0", "fault 0 bogus", "fault 0", "frob 0 x", "unplug 0 now",
-                            "quit now", "", "plug 0"})
-        EXPECT_TRUE(isError(sim.control(bad))) << bad;
-    EXPECT_FALSE(sim.quitRequested());
-    EXPECT_EQ(sim.control("quit"), "ok");
-    EXPECT_TRUE(sim.quitRequested());
-}
-
 TEST(BoardsimFaultWire, FaultsShapeTheReplies)
 {
     // The remote board follows "!" with no state events, so every line is a reply.
@@ -324,21 +299,30 @@ TEST(BoardsimFaultWire, DelayAndBaudHoldBackWhatTheBoardSends)
     EXPECT_GE(Clock::now() - start, 900ms);
 }
 
-TEST(BoardsimPersonalityHooks, EventsControlLinesAndTicks)
+TEST(BoardsimPersonalityHooks, EventsControlLinesRawBytesAndTicks)
 {
     // Junk goes right before the final line, not before the events around it.
     Sim first({"--board", "c", "--fault", "junk-before=JUNK"},
               [](const BoardInfo& info) { return std::make_unique<EventFirst>(info); });
     EXPECT_TRUE(replies(*first.open(), {"L", "@"}, {"click", "JUNK", "OK", "JUNK", "R0"}));
 
-    Sim sim({"--board", "x", "--id", "8", "--fault", "junk-before=JUNK", "--board", "r"});
+    Sim sim({"--board", "x", "--id", "8", "--fault", "junk-before=JUNK", "--board", "r", "--name", "dual"});
     auto x = sim.open(0);
     EXPECT_TRUE(replies(*x, {"!", "L8"}, {"JUNK", "OK", "d0", "i0", "l0", "JUNK", "OK", "l8"}));
     EXPECT_EQ(sim.control("insert 0"), "ok");
     EXPECT_EQ(x->line(), "i1");
+    EXPECT_EQ(sim.control("event 0 hello  world"), "ok");
+    EXPECT_EQ(x->bytes(14), "hello  world\r\n");
+    EXPECT_EQ(sim.control("send 0 A5 0d0a"), "ok");
+    EXPECT_EQ(x->bytes(3), "\xA5\r\n");
     EXPECT_EQ(sim.control("frob 0"), "error: unknown command 'frob'");
 
     auto r = sim.open(1);
+    // Boards are addressed by index, name or link name.
+    for (const std::string board : {"1", "dual", "tty.usbserial-dual"}) {
+        EXPECT_EQ(sim.control("event " + board + " to " + board), "ok");
+        EXPECT_EQ(r->line(), "to " + board);
+    }
     EXPECT_TRUE(replies(*r, {"Q1"}, {"OK"}));
     EXPECT_EQ(r->line().size(), 41u);
     EXPECT_EQ(r->line(), "f0200021002200230024002500260027002800290");
@@ -353,6 +337,14 @@ TEST(BoardsimPersonalityHooks, EventsControlLinesAndTicks)
     EXPECT_EQ(line, "OK");
     EXPECT_EQ(r->line(), "R0");
     EXPECT_EQ(r->line(300ms), kNone);
+
+    for (const char* bad : {"event 2 x", "event nosuch x", "event 0", "event", "send 0 A", "send 0 GG", "send 0 A 5",
+                            "send 0 0x41", "send 0", "fault 0 bogus", "fault 0", "frob 0 x", "unplug 0 now",
+                            "quit now", "", "plug 0"})
+        EXPECT_TRUE(isError(sim.control(bad))) << bad;
+    EXPECT_FALSE(sim.quitRequested());
+    EXPECT_EQ(sim.control("quit"), "ok");
+    EXPECT_TRUE(sim.quitRequested());
 }
 
 TEST(BoardsimPlug, UnplugMakesTheDeviceVanishAndPlugBringsItBack)
