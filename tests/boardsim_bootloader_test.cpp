@@ -41,15 +41,8 @@ std::string writeRequest(int page, const std::vector<unsigned char>& data, int d
     return ":" + hex(body);
 }
 
-std::string readAnswer(int page, const std::vector<unsigned char>& data)
-{
-    unsigned sum = static_cast<unsigned>((page >> 8) + (page & 0xFF));
-    for (auto b : data)
-        sum += b;
-    auto withSum = data;
-    withSum.push_back(static_cast<unsigned char>(-sum));
-    return hex(withSum);
-}
+/** What "$" PPPP reads back: the page's bytes and the same checksum as a write of them. */
+std::string readAnswer(int page, const std::vector<unsigned char>& data) { return writeRequest(page, data).substr(5); }
 
 /** A board of type `letter` with id 3, driven without a pty, handing over to its next personality when told. */
 struct Emulated
