@@ -122,8 +122,7 @@ private:
     bool ended_ = false;
 };
 
-// An emulator run as a child process with pipes on its stdin and stdout;
-// killed if the test gives up on it.
+// An emulator run as a child process with pipes on its stdin and stdout; killed if the test gives up on it.
 struct Child {
     explicit Child(std::vector<std::string> argv)
     {
@@ -151,8 +150,7 @@ struct Child {
             ::waitpid(pid, nullptr, 0);
     }
 
-    // The exit status, or -1 if the child did not end in time: its stdout
-    // closes as it ends.
+    // The exit status, or -1 if the child did not end in time: its stdout closes as it ends.
     int wait()
     {
         int st = 0;
