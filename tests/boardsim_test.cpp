@@ -1,21 +1,12 @@
-// Tests of the board emulator: its command line, and the boards it publishes,
-// driven over their pseudo-terminals by a small raw termios client such as
-// the product would be.
+// Tests of the board emulator: its command line, and the boards it publishes, driven over their
+// pseudo-terminals by a raw termios client such as the product would be.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <condition_variable>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <filesystem>
 #include <mutex>
-#include <sys/wait.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include "boardsim/faults.h"
 #include "boardsim/options.h"
@@ -136,10 +127,20 @@ private:
     std::unique_ptr<Simulator> sim_;
 };
 
-} // namespace
+// A board that sends an event before its reply to "L", which no real one does yet.
+struct EventFirst : Personality {
+    using Personality::Personality;
+    bool command(const std::string& line, Replier& out) override
+    {
+        if (line == "L") {
+            out.event("click");
+            out.ok();
+        }
+        return line == "L";
+    }
+};
 
-// ---------------------------------------------------------------------------
-// The command line and fault settings
+} // namespace
 
 TEST(BoardsimOptions, MistakesAreRejected)
 {
@@ -201,9 +202,6 @@ TEST(BoardsimFaults, BadSettingsAreRefusedAndLeaveFaultsAlone)
     EXPECT_FALSE(f.any());
 }
 
-// ---------------------------------------------------------------------------
-// Boards on the wire
-
 TEST(BoardsimBoard, EveryTypeAnswersTheCoreCommands)
 {
     const std::pair<const char*, std::string> types[] = {
@@ -217,72 +215,33 @@ TEST(BoardsimBoard, EveryTypeAnswersTheCoreCommands)
         if (*types[i].first == 'r')
             args.insert(args.end(), {"--version", "V2.07"});
     }
-    args.insert(args.end(), {"--board", "d", "--fault", "nack-every=1"});
+    args.insert(args.end(), {"--log", "--board", "d", "--fault", "nack-every=1"});
     Sim sim(args);
+    EXPECT_EQ(Port(sim.link(1)).speed(), B1200) << "a pty starts at 1200 baud";
     // A host sending "\r\n" is not silently forgiven.
     for (size_t i = 0; i < std::size(types); ++i)
         EXPECT_TRUE(replies(*sim.open(i), {"?", "@", "?\r", ""}, {types[i].second, "R" + std::to_string(i + 1), "N", "N"}))
             << types[i].first;
     EXPECT_TRUE(replies(*sim.open(6), {"?", "@"}, {"N", "N"})) << "a fault given to the last board only";
-    // A port closed by the host can be opened again and still answers.
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(sim.open(1)->ask("@"), "R2") << "opening " << i;
-}
-
-TEST(BoardsimBoard, LogsReceivedLinesEscapedAndCutsOverlongOnes)
-{
-    Sim sim({"--log", "--board", "c", "--id", "3"});
+    // Received lines are logged escaped, and overlong ones cut.
     const std::string longest(kMaxLineLength, 'a');
-    EXPECT_TRUE(replies(*sim.open(), {"h\xA5\\\x7fi\r", longest, std::string(2000, 'x'), "@"}, {"N", "N", "N", "R3"}));
+    EXPECT_TRUE(replies(*sim.open(), {"h\xA5\\\x7fi\r", longest, std::string(2000, 'x'), "@"}, {"N", "N", "N", "R1"}));
     EXPECT_TRUE(sim.printed("rx 0 h\\xA5\\x5C\\x7Fi\\x0D"));
     EXPECT_TRUE(sim.printed("rx 0 " + longest));
     EXPECT_TRUE(sim.printed("rx 0 " + std::string(kMaxLineLength, 'x')));
-}
-
-TEST(BoardsimBoard, ChangesThePortSpeedAfterEveryLine)
-{
-    Sim sim({"--board", "d"});
-    Port port(sim.link(0));
-    EXPECT_EQ(port.speed(), B1200) << "the pty should start at 1200 baud";
-    // So that the product configuring the same 8E1 port again is a real change.
-    ASSERT_TRUE(port.configure());
-    speed_t last = B19200;
-    for (int i = 0; i < 4; ++i) {
-        ASSERT_EQ(port.ask("@"), "R0");
-        const speed_t now = port.speed();
-        EXPECT_NE(now, last) << "after line " << i;
-        EXPECT_TRUE(now == B1200 || now == B2400) << "after line " << i;
-        last = now;
+    // A port closed by the host can be opened again and still answers; the pty changes speed after every
+    // line, so that the product configuring the same 8E1 port again is a real change.
+    for (int i = 0; i < 3; ++i) {
+        const auto port = sim.open(1);
+        speed_t last = B19200;
+        for (int line = 0; line < 2; ++line) {
+            EXPECT_EQ(port->ask("@"), "R2") << "opening " << i;
+            const speed_t now = port->speed();
+            EXPECT_TRUE(now != last && (now == B1200 || now == B2400)) << "opening " << i << ", line " << line;
+            last = now;
+        }
     }
 }
-
-TEST(BoardsimBoard, ControlEventsAndRawBytes)
-{
-    Sim sim({"--board", "t", "--board", "u", "--name", "dual"});
-    auto t = sim.open(0);
-    auto u = sim.open(1);
-    EXPECT_EQ(sim.control("event 0 hello  world"), "ok");
-    EXPECT_EQ(t->bytes(14), "hello  world\r\n");
-    EXPECT_EQ(sim.control("send 0 A5 0d0a"), "ok");
-    EXPECT_EQ(t->bytes(3), "\xA5\r\n");
-
-    // Boards are addressed by index, name or link name.
-    for (const std::string board : {"1", "dual", "tty.usbserial-dual"}) {
-        EXPECT_EQ(sim.control("event " + board + " to " + board), "ok");
-        EXPECT_EQ(u->line(), "to " + board);
-    }
-
-    for (const char* bad : {"event 2 x", "event nosuch x", "event 0", "event", "send 0 A", "send 0 GG", "send 0 A 5",
-                            "send 0 0x41", "send 0", "fault 0 bogus", "fault 0", "frob 0 x", "unplug 0 now",
-                            "quit now", "", "plug 0"})
-        EXPECT_TRUE(isError(sim.control(bad))) << bad;
-    EXPECT_FALSE(sim.quitRequested());
-    EXPECT_EQ(sim.control("quit"), "ok");
-    EXPECT_TRUE(sim.quitRequested());
-}
-
-// ---------------------------------------------------------------------------
-// Faults on the wire
 
 TEST(BoardsimFaultWire, FaultsShapeTheReplies)
 {
@@ -317,9 +276,9 @@ TEST(BoardsimFaultWire, FaultsShapeTheReplies)
     }
 }
 
-TEST(BoardsimFaultWire, DelayAndBaudHoldBackWhatTheBoardSends)
+TEST(BoardsimFaultWire, DelayAndBaudHoldBackWhatTheBoardSendsAndUnplugDropsIt)
 {
-    Sim sim({"--log", "--board", "r", "--id", "3", "--fault", "delay-ms=300"});
+    Sim sim({"--log", "--board", "r", "--id", "3", "--fault", "delay-ms=300", "--board", "c", "--id", "1"});
     auto port = sim.open();
     auto start = Clock::now();
     EXPECT_TRUE(replies(*port, {"@", "?"}, {"R3", kRemote}));
@@ -338,46 +297,49 @@ TEST(BoardsimFaultWire, DelayAndBaudHoldBackWhatTheBoardSends)
     ASSERT_EQ(sim.control("event 0 " + text), "ok");
     EXPECT_EQ(port->line(), text);
     EXPECT_GE(Clock::now() - start, 900ms);
+
+    // Unplugging makes the device vanish, plugging brings it back, and a reply held back meanwhile is never sent.
+    const std::string link = sim.link(0);
+    ASSERT_TRUE(linksToPty(link));
+    ASSERT_EQ(sim.control("fault 0 delay-ms=1000"), "ok");
+    ASSERT_TRUE(port->write("??\n"));
+    ASSERT_TRUE(sim.printed("rx 0 ??"));
+    ASSERT_EQ(sim.control("unplug 0"), "ok");
+    EXPECT_FALSE(isLink(link));
+    EXPECT_TRUE(port->hungUp());
+    EXPECT_TRUE(isError(sim.control("event 0 x")));
+    EXPECT_TRUE(isError(sim.control("unplug 0")));
+    EXPECT_TRUE(isLink(sim.link(1))) << "the other board was unplugged too";
+
+    ASSERT_EQ(sim.control("plug 0"), "ok");
+    EXPECT_TRUE(linksToPty(link));
+    EXPECT_TRUE(replies(*sim.open(0), {"@"}, {"R3"}));
 }
 
-// ---------------------------------------------------------------------------
-// What board personalities build on: state events, control lines, ticks
-
-namespace {
-
-// A board that sends an event before its reply to "L", which no real one does yet.
-class EventFirst : public Personality {
-public:
-    using Personality::Personality;
-
-protected:
-    bool command(const std::string& line, Replier& out) override
-    {
-        if (line != "L")
-            return false;
-        out.event("click");
-        out.ok();
-        return true;
-    }
-};
-
-} // namespace
-
-TEST(BoardsimPersonalityHooks, EventsControlLinesAndTicks)
+TEST(BoardsimPersonalityHooks, EventsControlLinesRawBytesAndTicks)
 {
     // Junk goes right before the final line, not before the events around it.
     Sim first({"--board", "c", "--fault", "junk-before=JUNK"},
               [](const BoardInfo& info) { return std::make_unique<EventFirst>(info); });
     EXPECT_TRUE(replies(*first.open(), {"L", "@"}, {"click", "JUNK", "OK", "JUNK", "R0"}));
 
-    Sim sim({"--board", "x", "--id", "8", "--fault", "junk-before=JUNK", "--board", "r"});
+    Sim sim({"--board", "x", "--id", "8", "--fault", "junk-before=JUNK", "--board", "r", "--name", "dual"});
     auto x = sim.open(0);
     EXPECT_TRUE(replies(*x, {"!", "L8"}, {"JUNK", "OK", "d0", "i0", "l0", "JUNK", "OK", "l8"}));
     EXPECT_EQ(sim.control("insert 0"), "ok");
     EXPECT_EQ(x->line(), "i1");
+    EXPECT_EQ(sim.control("event 0 hello  world"), "ok");
+    EXPECT_EQ(x->bytes(14), "hello  world\r\n");
+    EXPECT_EQ(sim.control("send 0 A5 0d0a"), "ok");
+    EXPECT_EQ(x->bytes(3), "\xA5\r\n");
     EXPECT_EQ(sim.control("frob 0"), "error: unknown command 'frob'");
 
     auto r = sim.open(1);
+    // Boards are addressed by index, name or link name.
+    for (const std::string board : {"1", "dual", "tty.usbserial-dual"}) {
+        EXPECT_EQ(sim.control("event " + board + " to " + board), "ok");
+        EXPECT_EQ(r->line(), "to " + board);
+    }
     EXPECT_TRUE(replies(*r, {"Q1"}, {"OK"}));
     EXPECT_EQ(r->line().size(), 41u);
     EXPECT_EQ(r->line(), "f0200021002200230024002500260027002800290");
@@ -392,39 +354,17 @@ TEST(BoardsimPersonalityHooks, EventsControlLinesAndTicks)
     EXPECT_EQ(line, "OK");
     EXPECT_EQ(r->line(), "R0");
     EXPECT_EQ(r->line(300ms), kNone);
+
+    for (const char* bad : {"event 2 x", "event nosuch x", "event 0", "event", "send 0 A", "send 0 GG", "send 0 A 5",
+                            "send 0 0x41", "send 0", "fault 0 bogus", "fault 0", "frob 0 x", "unplug 0 now",
+                            "quit now", "", "plug 0"})
+        EXPECT_TRUE(isError(sim.control(bad))) << bad;
+    EXPECT_FALSE(sim.quitRequested());
+    EXPECT_EQ(sim.control("quit"), "ok");
+    EXPECT_TRUE(sim.quitRequested());
 }
 
-// ---------------------------------------------------------------------------
-// Hot plugging
-
-TEST(BoardsimPlug, UnplugMakesTheDeviceVanishAndPlugBringsItBack)
-{
-    Sim sim({"--log", "--board", "d", "--id", "3", "--board", "c", "--id", "1"});
-    const std::string link = sim.link(0);
-    ASSERT_TRUE(linksToPty(link));
-    auto port = sim.open(0);
-    ASSERT_EQ(port->ask("@"), "R3");
-    // A reply held back when the board is unplugged is never sent.
-    ASSERT_EQ(sim.control("fault 0 delay-ms=1000"), "ok");
-    ASSERT_TRUE(port->write("?\n"));
-    ASSERT_TRUE(sim.printed("rx 0 ?"));
-
-    ASSERT_EQ(sim.control("unplug 0"), "ok");
-    EXPECT_FALSE(isLink(link));
-    EXPECT_TRUE(port->hungUp());
-    EXPECT_TRUE(isError(sim.control("event 0 x")));
-    EXPECT_TRUE(isError(sim.control("unplug 0")));
-    EXPECT_TRUE(isLink(sim.link(1))) << "the other board was unplugged too";
-
-    ASSERT_EQ(sim.control("plug 0"), "ok");
-    EXPECT_TRUE(linksToPty(link));
-    EXPECT_TRUE(replies(*sim.open(0), {"@"}, {"R3"}));
-}
-
-// ---------------------------------------------------------------------------
-// The program itself
-
-TEST(BoardsimProgram, HelpAndBadUsageExitStatuses)
+TEST(BoardsimProgram, ExitStatusesPublishingBeforeReadyAndRemovingTheLinksHoweverItEnds)
 {
     TempDir dir;
     const std::string d = " --dir " + dir.path, out = dir.path + "/out", err = dir.path + "/err";
@@ -437,20 +377,15 @@ TEST(BoardsimProgram, HelpAndBadUsageExitStatuses)
         EXPECT_EQ(fs::file_size(out) == 0, status != 0) << args;
         EXPECT_EQ(fs::file_size(err) == 0, status == 0) << args;
     }
-}
-
-TEST(BoardsimProgram, PublishesBeforeReadyAndRemovesTheLinksHoweverItEnds)
-{
-    TempDir dir;
-    const std::string d = dir.path + "/tty.usbserial-SIM0d3";
+    const std::string disk = dir.path + "/tty.usbserial-SIM0d3";
     const std::string r = dir.path + "/tty.usbserial-remote";
     for (const std::string end : {"quit", "end of input", "SIGTERM", "SIGINT"}) {
         SCOPED_TRACE(end);
         Child child({BOARDSIM_PATH, "--dir", dir.path, "--log", "--board", "d", "--id", "3", "--board", "r", "--name", "remote"});
         ASSERT_EQ(child.out.line(), "ready");
-        ASSERT_TRUE(isLink(d) && isLink(r));
+        ASSERT_TRUE(isLink(disk) && isLink(r));
 
-        Port port(d);
+        Port port(disk);
         ASSERT_TRUE(port.configure());
         EXPECT_EQ(port.ask("?"), "Diskpack board V1.00");
         EXPECT_EQ(child.out.line(), "rx 0 ?");
@@ -468,6 +403,6 @@ TEST(BoardsimProgram, PublishesBeforeReadyAndRemovesTheLinksHoweverItEnds)
             ::kill(child.pid, end == "SIGTERM" ? SIGTERM : SIGINT);
         }
         EXPECT_EQ(child.wait(), 0);
-        EXPECT_FALSE(isLink(d) || isLink(r));
+        EXPECT_FALSE(isLink(disk) || isLink(r));
     }
 }

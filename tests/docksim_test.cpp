@@ -23,38 +23,33 @@ const std::string kUsbDriver = "com_tarvoworks_driver_usbDockDriver";
 const std::string kTbtDriver = "com_tarvoworks_driver_TbtDockDriver";
 constexpr int64_t kNotAttached = 0xE00002D9, kIoError = 0xE00002BC;
 
-// docksim as a child process with its own socket directory.
-class Docksim {
-public:
-    explicit Docksim(std::vector<std::string> args)
+// docksim as a child process with its own socket directory; end of file on its stdin ends it.
+struct Docksim : TempDir, Child {
+    explicit Docksim(std::vector<std::string> args) : Child(withSocket(path + "/dock.sock", args))
     {
-        args.insert(args.begin(), {DOCKSIM_PATH, "--socket", socketPath()});
-        child_ = std::make_unique<Child>(args);
-        ready_ = child_->out.line() == "ready";
+        EXPECT_EQ(out.line(), "ready");
     }
     ~Docksim()
     {
-        child_->in.close(); // end of file on stdin ends it
-        child_->wait();
+        in.close();
+        wait();
     }
-    bool ready() const { return ready_; }
-    std::string socketPath() const { return dir_.path + "/dock.sock"; }
-    int exitStatus() { return child_->wait(); }
+    static std::vector<std::string> withSocket(const std::string& socket, std::vector<std::string> args)
+    {
+        args.insert(args.begin(), {DOCKSIM_PATH, "--socket", socket});
+        return args;
+    }
+    std::string socketPath() const { return path + "/dock.sock"; }
 
     // A control line's answer; lines it logs meanwhile are skipped.
     std::string control(const std::string& line)
     {
-        if (!child_->in.write(line + "\n"))
+        if (!in.write(line + "\n"))
             return "<unwritten>";
         for (std::string l;; )
-            if (l = child_->out.line(); l == "ok" || l.rfind("error: ", 0) == 0 || l[0] == '<')
+            if (l = out.line(); l == "ok" || l.rfind("error: ", 0) == 0 || l[0] == '<')
                 return l;
     }
-
-private:
-    TempDir dir_;
-    std::unique_ptr<Child> child_;
-    bool ready_ = false;
 };
 
 // One connection speaking the product's protocol; completions are kept aside until asked for.
@@ -244,10 +239,9 @@ TEST(DocksimJson, ParsesStrictJsonAndRefusesTheRest)
     }
 }
 
-TEST(DocksimUsb, CommandBlocksTheProductNeverSendsAndTheStateChecks)
+TEST(DocksimUsb, CommandBlocksTheProductNeverSendsFaultsAndTheStateChecks)
 {
     Docksim sim({"--dock", "s"});
-    ASSERT_TRUE(sim.ready());
     Client c(sim.socketPath());
     const int64_t conn = c.openUsb();
     ASSERT_GT(conn, 0);
@@ -281,6 +275,40 @@ TEST(DocksimUsb, CommandBlocksTheProductNeverSendsAndTheStateChecks)
     EXPECT_EQ(sim.control("check eeprom:0 0304"), "ok");
     EXPECT_EQ(sim.control("check upgrades 1"), "ok");
     EXPECT_EQ(Client::result(c.cdb(conn, block({0x00}, 0x12), 16)), 0xE00002C7) << "unknown opcode";
+
+    // Faults spoil the next calls only.
+    ASSERT_EQ(sim.control("fault wrong-subcode"), "ok");
+    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "8D5501");
+    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501") << "applies once";
+
+    const std::tuple<const char*, int64_t, bool> failures[] = {
+        {"invalid-dest", 0x10000003, false}, // refused at once
+        {"not-attached", kNotAttached, true},
+        {"io-error", kIoError, true},
+    };
+    for (const auto& [fault, result, completes] : failures) {
+        ASSERT_EQ(sim.control(std::string("fault ") + fault), "ok");
+        const Json done = c.cdb(conn, block({0x0D}), 3);
+        EXPECT_EQ(Client::result(done), result) << fault;
+        EXPECT_EQ(done.find("completion") ? dataOf(done) : "", "") << fault;
+        EXPECT_EQ(done.find("completion") != nullptr, completes) << fault;
+    }
+    ASSERT_EQ(sim.control("fault no-reply"), "ok");
+    EXPECT_EQ(c.cdb(conn, block({0x0D}), 3, 2000ms).dump(), "\"<no completion>\"") << "no-reply";
+
+    ASSERT_EQ(sim.control("fault late"), "ok");
+    const auto start = Clock::now();
+    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501");
+    EXPECT_GE(Clock::now() - start, 1400ms) << "a late completion comes after 1500 ms";
+    EXPECT_EQ(sim.control("fault nack"), "error: fault 'nack' does not apply to a USB dock");
+
+    ASSERT_EQ(sim.control("fault eeprom-read-fail"), "ok");
+    EXPECT_EQ(Client::result(c.cdb(conn, block({0x0C, 0, 0, 1}), 3)), kIoError);
+    const std::string plain = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
+    ASSERT_EQ(sim.control("fault eeprom-flip"), "ok");
+    const std::string flipped = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
+    ASSERT_EQ(plain.size(), 6u);
+    EXPECT_EQ(std::stoi(plain.substr(4), nullptr, 16) ^ 0xFF, std::stoi(flipped.substr(4), nullptr, 16));
 
     // The status follows the control lines.
     const std::pair<const char*, std::string> steps[] = {
@@ -330,45 +358,7 @@ TEST(DocksimUsb, TheTwinFindsItsAncestorsLocationAndAnUnpluggedDockComesBackAsNe
         << "the first connection still holds the user client";
 }
 
-TEST(DocksimUsb, FaultsSpoilTheNextCallsOnly)
-{
-    Docksim sim({"--dock", "s", "--fault", "wrong-subcode"});
-    Client c(sim.socketPath());
-    const int64_t conn = c.openUsb();
-    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "8D5501");
-    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501") << "applies once";
-
-    const std::tuple<const char*, int64_t, bool> rows[] = {
-        {"invalid-dest", 0x10000003, false}, // refused at once
-        {"not-attached", kNotAttached, true},
-        {"io-error", kIoError, true},
-    };
-    for (const auto& [fault, result, completes] : rows) {
-        ASSERT_EQ(sim.control(std::string("fault ") + fault), "ok");
-        const Json done = c.cdb(conn, block({0x0D}), 3);
-        EXPECT_EQ(Client::result(done), result) << fault;
-        EXPECT_EQ(done.find("completion") ? dataOf(done) : "", "") << fault;
-        EXPECT_EQ(done.find("completion") != nullptr, completes) << fault;
-    }
-    ASSERT_EQ(sim.control("fault no-reply"), "ok");
-    EXPECT_EQ(c.cdb(conn, block({0x0D}), 3, 2000ms).dump(), "\"<no completion>\"") << "no-reply";
-
-    ASSERT_EQ(sim.control("fault late"), "ok");
-    const auto start = Clock::now();
-    EXPECT_EQ(dataOf(c.cdb(conn, block({0x0D}), 3)), "0D5501");
-    EXPECT_GE(Clock::now() - start, 1400ms) << "a late completion comes after 1500 ms";
-    EXPECT_EQ(sim.control("fault nack"), "error: fault 'nack' does not apply to a USB dock");
-
-    ASSERT_EQ(sim.control("fault eeprom-read-fail"), "ok");
-    EXPECT_EQ(Client::result(c.cdb(conn, block({0x0C, 0, 0, 1}), 3)), kIoError);
-    const std::string plain = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
-    ASSERT_EQ(sim.control("fault eeprom-flip"), "ok");
-    const std::string flipped = dataOf(c.cdb(conn, block({0x0C, 0, 0, 1}), 3));
-    ASSERT_EQ(plain.size(), 6u);
-    EXPECT_EQ(std::stoi(plain.substr(4), nullptr, 16) ^ 0xFF, std::stoi(flipped.substr(4), nullptr, 16));
-}
-
-TEST(DocksimTbt, CommandsTheProductNeverSendsAndTheirRefusals)
+TEST(DocksimTbt, CommandsTheProductNeverSendsFaultsAndUnplug)
 {
     Docksim sim({"--dock", "m", "--id", "4", "--dock", "n"});
     Client c(sim.socketPath());
@@ -387,9 +377,27 @@ TEST(DocksimTbt, CommandsTheProductNeverSendsAndTheirRefusals)
     EXPECT_EQ(sim.control("check 1 resetport 2"), "ok");
     EXPECT_EQ(sim.control("check 1 typeid 6"), "ok");
     EXPECT_EQ(sim.control("check 0 led C5"), "ok");
+    ASSERT_EQ(sim.control("fault 0 nack=2"), "ok");
+    EXPECT_EQ(c.tbt(drivers[0], "E"), "N");
+    EXPECT_EQ(c.tbt(drivers[0], "S0001"), "N");
+    EXPECT_EQ(c.tbt(drivers[0], "E"), "R04D2") << "two refusals, and S0001 was not carried out";
+    ASSERT_EQ(sim.control("fault no-reply"), "ok");
+    EXPECT_EQ(c.tbt(drivers[0], "@"), "R04D2") << "the old reply stays";
+    ASSERT_EQ(sim.control("fault property-read"), "ok");
+    EXPECT_EQ(Client::result(c.ask("\"op\":\"get_properties\",\"entry\":" + std::to_string(drivers[0]))), kIoError);
+    ASSERT_EQ(sim.control("fault no-hostcomms"), "ok");
+    EXPECT_EQ(c.tbt(drivers[0], "@"), "<no reply>");
+    EXPECT_EQ(c.tbt(drivers[0], "@"), "R4");
+    EXPECT_EQ(sim.control("fault late"), "error: fault 'late' does not apply to a Thunderbolt dock");
+
+    ASSERT_EQ(sim.control("unplug"), "ok");
+    EXPECT_EQ(c.tbt(drivers[0], "@"), "<set failed>");
+    EXPECT_EQ(c.match("class", kTbtDriver), std::vector<int64_t>{drivers[1]});
+    ASSERT_EQ(sim.control("plug"), "ok");
+    EXPECT_EQ(c.tbt(c.match("class", kTbtDriver).back(), "@"), "R4") << "back as a new entry";
 }
 
-TEST(DocksimTbt, EventsQueueAndDrainOneByOne)
+TEST(DocksimTbt, EventsQueueAndDrainOneByOneAndTheBootloaderRefusesWhatIsOutOfTurn)
 {
     Docksim sim({"--dock", "m", "--dock", "n"});
     Client c(sim.socketPath());
@@ -415,13 +423,8 @@ TEST(DocksimTbt, EventsQueueAndDrainOneByOne)
     EXPECT_EQ(sim.control("fan 1 200"), "ok");
     EXPECT_EQ(c.tbt(drivers[1], "&"), "jC8");
     EXPECT_EQ(sim.control("led 1 on"), "error: the CD2 dock reports its fan, not its LED");
-}
 
-TEST(DocksimTbt, Xboot2RefusesWhatIsOutOfTurnOrSpoilt)
-{
-    Docksim sim({"--dock", "n"});
-    Client c(sim.socketPath());
-    const int64_t d = c.match("class", kTbtDriver).at(0);
+    // The CD2 dock's bootloader refuses what is out of turn or spoilt.
     std::vector<uint8_t> page(514, 0x5A);
     page[0] = 0x00;
     page[1] = 0x05; // page 5
@@ -429,7 +432,7 @@ TEST(DocksimTbt, Xboot2RefusesWhatIsOutOfTurnOrSpoilt)
     corrupt[10] = corrupt[10] == '0' ? '1' : '0';
     for (auto& ch : upper)
         ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-    const std::pair<std::string, const char*> steps[] = {
+    const std::pair<std::string, const char*> requests[] = {
         {xboot2(':', page), "N"},           // not before %UP
         {"%UP", "OK"}, {xboot2(':', page), "OK"},
         {corrupt, "N"}, {upper, "N"},       // the hex is lower case
@@ -437,41 +440,15 @@ TEST(DocksimTbt, Xboot2RefusesWhatIsOutOfTurnOrSpoilt)
         {xboot2('$', {0x01, 0x00}), "N"},   // page 256 is past the application section
         {xboot2('#', {0x02}), "OK"}, {xboot2('~', {}), "N"}, // the bootloader is left
     };
-    for (const auto& [command, reply] : steps)
-        EXPECT_EQ(c.tbt(d, command), reply) << command.substr(0, 12);
-    EXPECT_EQ(sim.control("check flash:A00 5A5A5A5A"), "ok");
-    EXPECT_EQ(sim.control("check endstatus 2"), "ok");
-}
-
-TEST(DocksimTbt, FaultsAndUnplugFailTheExchange)
-{
-    Docksim sim({"--dock", "m", "--fault", "nack=2"});
-    Client c(sim.socketPath());
-    const int64_t d = c.match("class", kTbtDriver).at(0);
-    EXPECT_EQ(c.tbt(d, "E"), "N");
-    EXPECT_EQ(c.tbt(d, "S0001"), "N");
-    EXPECT_EQ(c.tbt(d, "E"), "R04D2") << "two refusals, and S0001 was not carried out";
-    ASSERT_EQ(sim.control("fault no-reply"), "ok");
-    EXPECT_EQ(c.tbt(d, "@"), "R04D2") << "the old reply stays";
-    ASSERT_EQ(sim.control("fault property-read"), "ok");
-    EXPECT_EQ(Client::result(c.ask("\"op\":\"get_properties\",\"entry\":" + std::to_string(d))), kIoError);
-    ASSERT_EQ(sim.control("fault no-hostcomms"), "ok");
-    EXPECT_EQ(c.tbt(d, "@"), "<no reply>");
-    EXPECT_EQ(c.tbt(d, "@"), "R0");
-    EXPECT_EQ(sim.control("fault late"), "error: fault 'late' does not apply to a Thunderbolt dock");
-
-
-    ASSERT_EQ(sim.control("unplug"), "ok");
-    EXPECT_EQ(c.tbt(d, "@"), "<set failed>");
-    EXPECT_TRUE(c.match("class", kTbtDriver).empty());
-    ASSERT_EQ(sim.control("plug"), "ok");
-    EXPECT_EQ(c.tbt(c.match("class", kTbtDriver).at(0), "@"), "R0");
+    for (const auto& [command, reply] : requests)
+        EXPECT_EQ(c.tbt(drivers[1], command), reply) << command.substr(0, 12);
+    EXPECT_EQ(sim.control("check 1 flash:A00 5A5A5A5A"), "ok");
+    EXPECT_EQ(sim.control("check 1 endstatus 2"), "ok");
 }
 
 TEST(DocksimProcess, SurvivesBadInputAndAnswersWhatItCan)
 {
     Docksim sim({"--dock", "s", "--dock", "m"});
-    ASSERT_TRUE(sim.ready());
     Client c(sim.socketPath());
     // Not answered: not JSON, not an object, no usable id; over-long lines.
     for (const std::string& junk : {std::string("nonsense\n"), std::string("[1,2]\n"), std::string("{\"op\":\"match\"}\n"),
@@ -495,18 +472,15 @@ TEST(DocksimProcess, SurvivesBadInputAndAnswersWhatItCan)
     const std::pair<const char*, const char*> controls[] = {
         {"frob", "error: unknown command 'frob'"},
         {"diskpack 7 in", "error: no dock '7'"}, {"diskpack", "error: usage: diskpack [D] in|out|fault"},
-        {"check 0 nothing 1", nullptr}, {"fault 0 bogus", "error: unknown fault 'bogus'"},
+        {"fault 0 bogus", "error: unknown fault 'bogus'"},
         {"rail 1 9 5000", "error: rail takes a rail 0..4 and millivolts -32768..32767"},
     };
-    for (const auto& [line, answer] : controls) {
-        const std::string got = sim.control(line);
-        if (answer)
-            EXPECT_EQ(got, answer) << line;
-        else
-            EXPECT_EQ(got.rfind("error: check: no field 'nothing'; fields:", 0), 0u) << got;
-    }
+    for (const auto& [line, answer] : controls)
+        EXPECT_EQ(sim.control(line), answer) << line;
+    const std::string unknown = sim.control("check 0 nothing 1");
+    EXPECT_EQ(unknown.rfind("error: check: no field 'nothing'; fields:", 0), 0u) << unknown;
     EXPECT_EQ(c.match("class", kTbtDriver).size(), 1u) << "still serving after all that";
     EXPECT_EQ(sim.control("quit"), "ok");
-    EXPECT_EQ(sim.exitStatus(), 0);
+    EXPECT_EQ(sim.wait(), 0);
     EXPECT_FALSE(std::filesystem::exists(sim.socketPath())) << "the socket file is removed";
 }

@@ -1,9 +1,7 @@
 #pragma once
 
-// What the emulator tests share: a temporary directory, a file descriptor
-// read line by line, an emulator run as a child process with pipes on its
-// standard input and output, and bytes in hex. Plain POSIX only: these tests
-// link neither the product nor JUCE.
+// What the emulator tests share: a temporary directory, a descriptor read line by line, an emulator run
+// as a child process on pipes, and bytes in hex. Plain POSIX: these tests link neither product nor JUCE.
 
 #include <cerrno>
 #include <chrono>
@@ -23,8 +21,7 @@
 namespace emutest {
 
 using Clock = std::chrono::steady_clock;
-// Generous: a loaded two-core machine may stall any step for a while, and a
-// deadline that is reached only means a failure.
+// Generous: a loaded machine may stall any step a while, and a deadline reached only means a failure.
 constexpr std::chrono::milliseconds kWait{10000};
 inline const std::string kNone = "<nothing>";
 
@@ -125,8 +122,7 @@ private:
     bool ended_ = false;
 };
 
-// An emulator run as a child process with pipes on its stdin and stdout;
-// killed if the test gives up on it.
+// An emulator run as a child process with pipes on its stdin and stdout; killed if the test gives up on it.
 struct Child {
     explicit Child(std::vector<std::string> argv)
     {
@@ -154,8 +150,7 @@ struct Child {
             ::waitpid(pid, nullptr, 0);
     }
 
-    // The exit status, or -1 if the child did not end in time: its stdout
-    // closes as it ends.
+    // The exit status, or -1 if the child did not end in time: its stdout closes as it ends.
     int wait()
     {
         int st = 0;
