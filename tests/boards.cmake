@@ -6,4 +6,4 @@ avrtest_add_test(transfer_board_test SOURCES transfer_board_test.cpp LIBS avrtes
 avrtest_add_test(remote_board_test SOURCES remote_board_test.cpp LIBS avrtest_testsupport)
 avrtest_add_test(desktop_board_test SOURCES desktop_board_test.cpp LIBS avrtest_testsupport)
 avrtest_add_test(xferdual_board_test SOURCES xferdual_board_test.cpp LIBS avrtest_testsupport)
-avrtest_add_test(boards_sim_test THREADED SOURCES boards_sim_test.cpp sas_boards_sim_test.cpp LIBS avrtest_testsupport)
+avrtest_add_test(boards_sim_test THREADED SOURCES boards_sim_test.cpp LIBS avrtest_testsupport)
