@@ -7,8 +7,7 @@ namespace
 {
 juce::String hexOf(const unsigned char* p, int n) { return juce::String::toHexString(p, n, 0).toUpperCase(); }
 
-/** Replies to programming serial 0: command failAt fails, corruptAt's block reads back its last byte changed;
-    read-backs in lower case, as the board's case must not matter. */
+/** Replies for programming serial 0: failAt fails, corruptAt's last byte reads back changed; read-backs lower case. */
 void scriptProgramming(Scripted<DesktopBoard>& board, int failAt = -1, int corruptAt = -1)
 {
     for (int at = 0; at <= 2 * DesktopBoard::eepromBlocks; ++at)
