@@ -84,7 +84,7 @@ TEST_F(Chassis, BayBytePowerNeedsALockAndUnlockNeedsPowerOff)
 
 TEST_F(Chassis, EventsReachListenersByMask)
 {
-    // The console's event lines check the decoding; here the masks and bay 1, which it does not show.
+    // The console checks the decoding; here the masks and bay 1, which it does not show.
     ChassisHeard bays(ChassisBoardEventListener::bayEventBit(1) | ChassisBoardEventListener::bayEventBit(2)),
         knobs(ChassisBoardEventListener::volumeEventBit | ChassisBoardEventListener::shuttleEventBit);
     board.registerListener(&bays);

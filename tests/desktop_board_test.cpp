@@ -1,21 +1,13 @@
 #include "support/BoardTestKit.h"
 
-#include <utility>
-#include <vector>
-
 using namespace boardtest;
 using Desktop = ScriptedBoardTest<Scripted<DesktopBoard>>;
 
 namespace
 {
-juce::String hexOf(const unsigned char* p, int n)
-{
-    return juce::String::toHexString(p, n, 0).toUpperCase();
-}
+juce::String hexOf(const unsigned char* p, int n) { return juce::String::toHexString(p, n, 0).toUpperCase(); }
 
-/** Scripts the replies to programming serial 0, which leaves the factory image as it is: command failAt
-    fails and corruptAt reads back a block whose last byte changed. Read-backs are in lower case, as the
-    board's case must not matter. */
+/** Replies for programming serial 0: failAt fails, corruptAt's last byte reads back changed; read-backs lower case. */
 void scriptProgramming(Scripted<DesktopBoard>& board, int failAt = -1, int corruptAt = -1)
 {
     for (int at = 0; at <= 2 * DesktopBoard::eepromBlocks; ++at)
@@ -36,8 +28,7 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     int v = -1;
     bool b = true;
 
-    // The console's key rows send the plain calls and decode their replies; these are the signs, limits,
-    // failures and the state the board keeps.
+    // The console's key rows send the plain calls; these are the signs, limits, failures and kept state.
     EXPECT_TRUE(replied(board, "R1", &DesktopBoard::getDiskpackWriteProtect));
     board.willReply("RF619");
     EXPECT_EQ(readPair(board, &DesktopBoard::getMinMaxTemperatures), std::make_pair(-10, 25));
@@ -63,7 +54,6 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     EXPECT_EQ(board.getLedState(), 1);
     board.clearSent();
 
-    // Expander frames.
     int count = -1;
     juce::String addr = "old";
     EXPECT_EQ(replied(board, "RFFFFFFFF", &DesktopBoard::getPhyErrorCount, 0), -1) << "all 32 bits come through";
@@ -88,7 +78,6 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     board.clearSent();
 
     // Only the disk PHYs 8..11 take a rate or a reset, and this expander has no 6 Gbit/s.
-    board.clearSent();
     const auto slow = sasSpeed1G5;
     EXPECT_FALSE(board.setPhyMinMaxSpeed(7, slow, slow) || board.setPhyMinMaxSpeed(12, slow, slow)
                  || board.setPhyMinMaxSpeed(8, sasSpeed6G, sasSpeed6G) || board.setPhyMinMaxSpeed(8, slow, sasSpeed6G)
@@ -133,23 +122,19 @@ TEST(DesktopEeprom, FactoryImageProgramsEveryBlockVerifiesResetsAndStopsAtAFailu
     EXPECT_EQ(hexOf(&image[71], 2), "FFFF");
 
     // A failure stops at its block and reports its code.
-    struct Case
-    {
-        int failAt, corruptAt, result, sent;
-    };
-    const Case cases[] = {
+    const std::tuple<int, int, int, int> cases[] = {
         { 6, -1, DesktopBoard::programWriteFailed, 7 },   // three blocks written and read, then the failed write
         { 1, -1, DesktopBoard::programReadFailed, 2 },
         { -1, 19, DesktopBoard::programVerifyFailed, 20 }, // no reset after a failed verify
         { 20, -1, DesktopBoard::programOk, 21 },           // the reset's result is not checked
     };
-    for (const auto& c : cases)
+    for (const auto& [failAt, corruptAt, result, sent] : cases)
     {
-        SCOPED_TRACE(c.sent);
+        SCOPED_TRACE(sent);
         Scripted<DesktopBoard> fresh;
-        scriptProgramming(fresh, c.failAt, c.corruptAt);
-        EXPECT_EQ(fresh.sasProgramEeprom(0), c.result);
-        EXPECT_EQ(fresh.sent.size(), c.sent);
+        scriptProgramming(fresh, failAt, corruptAt);
+        EXPECT_EQ(fresh.sasProgramEeprom(0), result);
+        EXPECT_EQ(fresh.sent.size(), sent);
     }
     // A read-back shorter than a block is a read failure, not a mismatch.
     board.willReply("OK");
@@ -159,8 +144,7 @@ TEST(DesktopEeprom, FactoryImageProgramsEveryBlockVerifiesResetsAndStopsAtAFailu
 
 TEST_F(Desktop, EventsReachListenersByMask)
 {
-    // The console's event lines check the decoding; here the masks, the debug text it does not show, and a
-    // listener of another kind, which must be passed over safely.
+    // The console checks the decoding; here the masks, the debug text, and a foreign listener passed over safely.
     DesktopHeard some(DesktopBoardEventListener::diskpackTemperatureBit | DesktopBoardEventListener::diskpackBit
                       | DesktopBoardEventListener::debugBit);
     HardwareBoardEventListener foreign;

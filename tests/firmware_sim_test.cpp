@@ -1,5 +1,3 @@
-// The avrflash program end to end against the emulated bootloader.
-
 #include "FirmwareImage.h"
 #include "support/JucePrinters.h"
 #include "support/PtyPeer.h"
@@ -28,12 +26,8 @@ juce::MemoryBlock imageOf(int bytes, int seed)
     return ::testing::AssertionSuccess();
 }
 
-ProgramRun avrflash(const std::string& args)
-{
-    return runProgram(std::string(AVRTEST_BIN_DIR) + "/avrflash " + args);
-}
+ProgramRun avrflash(const std::string& args) { return runProgram(std::string(AVRTEST_BIN_DIR) + "/avrflash " + args); }
 
-/** Where emulated boards put their ports, and a scratch directory for image files. */
 struct Avrflash : ::testing::Test
 {
     TempDevDir dev;
@@ -93,8 +87,7 @@ TEST_F(Avrflash, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
         std::string args;
         int status;
         std::string said;
-        // What the board received from the request to enter the bootloader on, cut to five characters.
-        std::vector<std::string> received;
+        std::vector<std::string> received; // from the request to enter the bootloader on, five characters each
     } cases[] = {
         // The chassis board commits its settings when closed; restarting, it must not be asked to.
         { { "--board", "c" }, "c", 0, "Found Chassis board V1.00 on ", { "%UP", ":0000", "$0000", "#" } },

@@ -5,8 +5,7 @@ using Transfer = ScriptedBoardTest<Scripted<TransferBoard>>;
 
 TEST_F(Transfer, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
 {
-    // The console's key rows send the plain calls and decode their replies; these are the clamps, the
-    // refusals, the off cases and the state the board keeps.
+    // The console's key rows send the plain calls; these are the clamps, refusals, off cases and kept state.
     EXPECT_TRUE(board.setFanSpeed(-1));
     EXPECT_FALSE(board.setFanPwmFreq(6) || board.setFanPwmFreq(-1));
     EXPECT_TRUE(board.setFanPwmFreq(5));

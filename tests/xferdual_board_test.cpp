@@ -5,8 +5,7 @@ using XferDual = ScriptedBoardTest<Scripted<XferDualBoard>>;
 
 TEST_F(XferDual, BoardDiskpackAndEepromCommands)
 {
-    // The console's key rows send the plain calls and decode their replies; these are the off cases, the
-    // clamps and the limits.
+    // The console's key rows send the plain calls; these are the off cases, the clamps and the limits.
     EXPECT_TRUE(board.setDiskpackPower(0, false));
     EXPECT_TRUE(board.setDiskFanSpeed(1, true, 200)) << "auto ignores the speed";
     EXPECT_TRUE(board.setDiskpackLed(0, 7, -2, 9, false, true)) << "colours clamp to 0..3";
@@ -22,7 +21,6 @@ TEST_F(XferDual, BoardDiskpackAndEepromCommands)
     EXPECT_EQ(board.sent, expected);
     board.clearSent();
 
-    // Diskpack EEPROM transfers.
     const unsigned char data[] = { 0xAA, 0x55 };
     unsigned char page[40] = {};
     EXPECT_TRUE(board.writeDiskpackEeprom(0, 0xF20, 0, data)) << "an empty write still carries its header";
@@ -70,25 +68,18 @@ TEST_F(XferDual, ExpanderAddressesCountersResetsAndLinkRate)
     EXPECT_EQ(board.sent.size(), 5) << "later PHYs are not cleared";
     board.clearSent();
 
-    // The link rate is read, modified and written.
-    struct Case
-    {
-        int port;
-        SasPhyConnectSpeed min, max;
-        const char *before, *read, *written;
-    };
-    const Case cases[] = {
+    const std::tuple<int, SasPhyConnectSpeed, SasPhyConnectSpeed, const char*, const char*, const char*> cases[] = {
         { 0, sasSpeed6G, sasSpeed1G5, "R123457FF", "E03C0040704", "E02C00407041234578A" }, // min above max
         { 1, sasSpeed1G5, sasSpeed1G5, "R00000000", "E03C0041704", "E02C004170400000188" },
         { 3, sasSpeed1G5, sasSpeed6G, "R80000800", "E03C0043704", "E02C004370480000FA8" }, // bit 11 is kept
         { 3, sasSpeed3G, sasSpeed3G, "R00000000", "E03C0043704", "E02C004370400000299" }
     };
-    for (const auto& c : cases)
+    for (const auto& [port, min, max, before, query, written] : cases)
     {
         board.clearSent();
-        board.willReply(c.before);
-        EXPECT_TRUE(board.sasSetPhyMinMaxSpeed(c.port, c.min, c.max));
-        EXPECT_EQ(board.sent, (juce::StringArray { c.read, c.written })) << c.written;
+        board.willReply(before);
+        EXPECT_TRUE(board.sasSetPhyMinMaxSpeed(port, min, max));
+        EXPECT_EQ(board.sent, (juce::StringArray { query, written })) << written;
         EXPECT_TRUE(board.expected[0] && !board.expected[1]);
     }
 

@@ -1,7 +1,6 @@
 #pragma once
 
-// What the board tests share: listeners that write each call down as text, a scripted board with the log
-// captured, and short ways to feed events and to read a value back.
+// Listeners that write each call down as text, a scripted board with its log, and ways to feed and read.
 
 #include "support/PtyPeer.h"
 #include "support/SimProcess.h"
@@ -31,8 +30,7 @@ namespace boardtest
 {
 using Calls = std::vector<std::string>;
 
-/** The calls a listener received, as text. Written on the board's thread
-    when a real board delivers the events, read by the test. */
+/** The calls a listener received, as text; written on the board's thread, read by the test. */
 class Heard
 {
 public:
@@ -56,10 +54,7 @@ public:
         };
         if (waitUntil(arrived, 15000))
             return ::testing::AssertionSuccess();
-        std::string seen;
-        for (const auto& c : calls())
-            seen += " [" + c + "]";
-        return ::testing::AssertionFailure() << "no " << what << " among" << seen;
+        return ::testing::AssertionFailure() << "no " << what << " among " << ::testing::PrintToString(calls());
     }
     ::testing::AssertionResult waitFor(const std::string& call) const
     {
@@ -149,7 +144,6 @@ struct XferDualHeard : XferDualBoardEventListener, Heard
     void debugEvent(const juce::String& t) override { add("debug " + t.toStdString()); }
 };
 
-/** A board that answers from a script, with the log captured. */
 template <class Board>
 struct ScriptedBoardTest : ::testing::Test
 {
@@ -157,7 +151,6 @@ struct ScriptedBoardTest : ::testing::Test
     LogCapture log;
 };
 
-/** Hands each line to the board as a received event. */
 template <class Board>
 void feed(Board& board, std::initializer_list<const char*> lines)
 {
@@ -183,8 +176,7 @@ struct ReadInto<bool (C::*)(P...)>
     using type = std::decay_t<std::tuple_element_t<sizeof...(P) - 1, std::tuple<P...>>>;
 };
 
-/** A value a getter must overwrite: one no test expects it to read. A bool
-    has none, so a bool read through read() is only worth expecting true. */
+/** A value a getter must overwrite, which no test expects (a bool has none: expect only true). */
 template <class T>
 T unread()
 {
@@ -234,7 +226,6 @@ struct SimTest : ::testing::Test
         sim = std::make_unique<SimProcess>(dev.path(), args);
         ASSERT_TRUE(sim->isReady());
     }
-    /** Sends a control line, which must succeed. */
     ::testing::AssertionResult control(const std::string& line)
     {
         const auto answer = sim->control(line);
