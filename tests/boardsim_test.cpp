@@ -1,8 +1,8 @@
-// Tests of the board emulator: its command line, and the boards it publishes, driven over their
-// pseudo-terminals by a raw termios client such as the product would be.
+// The board emulator: its command line, its boards driven directly and over their ptys as the product would.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -11,6 +11,7 @@
 #include "boardsim/faults.h"
 #include "boardsim/options.h"
 #include "boardsim/personality.h"
+#include "boardsim/personality_bootloader.h"
 #include "boardsim/simulator.h"
 #include "boardsim/wire.h"
 #include "support/EmulatorTestKit.h"
@@ -137,6 +138,68 @@ struct EventFirst : Personality {
             out.ok();
         }
         return line == "L";
+    }
+};
+
+using Lines = std::vector<std::string>;
+
+// A command with its closing line and the events sent with it; ">verb args" is a control line
+// answered "ok" or "error", "~" a tick.
+struct Step {
+    std::string line, final;
+    Lines events = {};
+};
+
+std::vector<unsigned char> pageBytes(int seed)
+{
+    std::vector<unsigned char> page(BootloaderState::kPageSize);
+    for (std::size_t i = 0; i < page.size(); ++i)
+        page[i] = static_cast<unsigned char>(i * 3 + static_cast<std::size_t>(seed));
+    return page;
+}
+
+// ":" PPPP DATA CC with the checksum that zeroes the sum, plus `delta`.
+std::string writeRequest(int page, const std::vector<unsigned char>& data, int delta = 0)
+{
+    std::vector<unsigned char> body { static_cast<unsigned char>(page >> 8), static_cast<unsigned char>(page) };
+    body.insert(body.end(), data.begin(), data.end());
+    unsigned sum = 0;
+    for (auto b : body)
+        sum += b;
+    body.push_back(static_cast<unsigned char>(-sum + static_cast<unsigned>(delta)));
+    return ":" + hex(body);
+}
+
+// What "$" PPPP reads back: the page's bytes and the same checksum as a write of them.
+std::string readAnswer(int page, const std::vector<unsigned char>& data) { return writeRequest(page, data).substr(5); }
+
+// A board of type `letter` with id 3, driven without a pty, handing over to its next personality when told.
+struct Emulated {
+    std::unique_ptr<Personality> personality;
+    Faults faults;
+
+    explicit Emulated(char letter) : personality(makePersonality(BoardInfo(letter, 3, "V1.00"))) {}
+
+    // What the board sends back for `bytes` fed `chunk` at a time: raw to a bootloader, lines to an application.
+    std::string feed(const std::string& bytes, std::size_t chunk = 4096) {
+        std::string sent;
+        for (std::size_t at = 0; at < bytes.size();) {
+            const std::size_t n = std::min(chunk, bytes.size() - at);
+            Replier r;
+            std::size_t used = n;
+            if (personality->takesBytes())
+                used = personality->receive(bytes.data() + at, n, faults, r).consumed;
+            else if (const auto nl = bytes.find('\n', at); nl != std::string::npos) {
+                used = nl - at + 1;
+                personality->handle(bytes.substr(at, nl - at), r);
+            }
+            for (auto& item : r.items())
+                sent += item.kind == Replier::Kind::Raw ? item.bytes : item.bytes + "\r\n";
+            if (auto next = r.takeSuccessor())
+                personality = std::move(next);
+            at += used;
+        }
+        return sent;
     }
 };
 
@@ -405,4 +468,136 @@ TEST(BoardsimProgram, ExitStatusesPublishingBeforeReadyAndRemovingTheLinksHoweve
         EXPECT_EQ(child.wait(), 0);
         EXPECT_FALSE(isLink(disk) || isLink(r));
     }
+}
+
+// A board that accepted a malformed command would let the product's mistakes through unnoticed.
+TEST(EmulatedBoards, RefuseMalformedCommandsAndKeepTheirState)
+{
+    const std::string wwn = "5000C50012345678";
+    const struct {
+        char letter;
+        const char* version;
+        Lines refused, accepted;
+        std::vector<Step> steps;
+    } cases[] = {
+        {'d', "V1.00",
+         {"L7", "L072", "La5", "A2", "A", "X11", "Y0", "B1", "P18", "PFF", "Q18", "V0", "E2", "G20", "G04",
+          "D" + std::string(41, 'x'), "W" + std::string(41, 'x'), "K"},
+         {"D" + std::string(40, 'x'), "P17"},
+         {{"P05", "OK"}, {"Wfifth page", "OK"}, {"P06", "OK"}, {"R", "R"}, {"P05", "OK"}, {"R", "Rfifth page"},
+          {"L30", "OK", {"l1"}}, {"LB0", "OK"}, {"L80", "OK", {"l0"}}, // flash bits alone light nothing
+          {">temp -12", "ok"}, {"M", "RF419"}, {">temp 30", "ok"}, {"T1", "OK"}, {">temp -1", "ok", {"tFF"}},
+          {"!", "OK", {"l0", "tFF"}}, {">temp 200", "error"}}},
+        {'c', "V2.5", {"V20", "V1", "R10", "L20", "A80", "BBF", "A4", "E", "H2", "H", "W1", "T0"}, {"F5B"},
+         {{"H0", "R1"}, {"H1", "R0"}, {"B40", "OK", {"b2"}}, {"BC0", "OK"}, {">insert 1", "ok", {"b3"}},
+          {">shuttle -2", "ok", {"sFE"}}, {">insert 4", "error"}}},
+        // The firmware version decides the command set; V2.10 sorts before V2.5.
+        {'c', "V1.00", {"F12", "P1", "S0", "H0"}, {}, {}},
+        {'c', "V2.10", {"H0"}, {"F12"}, {}},
+        {'x', "V1.00",
+         {"W6", "W", "X20", "X02", "X1", "Y2", "D8", "D10", "L", "E4", "S4", "S", "S25000C5001234567",
+          "S25000c50012345678", "R20", "I", "U", "P2"},
+         {},
+         {{"S2" + wwn, "OK"}, {"E2", "R" + wwn}, {"S2", "OK"}, {"E2", "R5000C50012340008"},
+          {"!", "OK", {"d0", "i0", "l0"}}, {">insert", "ok", {"i1"}}, {"I", "R3"}, {"L8", "OK", {"l8"}},
+          {"L8", "OK"}, {"P1", "OK"}, {">temp -16", "ok", {"pF0"}}, {"X11", "OK"}, {"Y1", "R1"}, {"Y0", "R0"}}},
+        {'r', "V1.00", {"G", "G1", "G0g", "G0AF", "C10", "C", "E0", "Q2", "F1"}, {"G0AFF"},
+         {{"@", "R0"}, {">busy on", "ok"}, {"@", "R1"}, {">busy off", "ok"}, {"@", "R0"},
+          {">encoder -1", "ok", {"eFF"}}, {">key 102", "ok", {"k0102"}}, {"~", ""}, // touch events are off
+          {"Q1", "OK"},
+          {"~", "", {"q0201021202230234024502560267027002810292", "f0200021002200230024002500260027002800290"}}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(1, c.letter) + " " + c.version);
+        const auto personality = makePersonality(BoardInfo(c.letter, 0, c.version));
+        const auto check = [&](const Step& s) {
+            SCOPED_TRACE(s.line);
+            Replier r;
+            std::string error;
+            if (s.line == "~")
+                personality->tick(r);
+            else if (s.line[0] != '>')
+                personality->handle(s.line, r);
+            else if (const auto sp = s.line.find(' '); !personality->control(
+                         s.line.substr(1, sp - 1), sp == std::string::npos ? "" : s.line.substr(sp + 1), r, error))
+                EXPECT_EQ(s.final, "error");
+            else
+                EXPECT_EQ(s.final, "ok");
+            std::string final; // two closing lines show as one joined line
+            Lines events;
+            for (const auto& item : r.items())
+                if (item.kind == Replier::Kind::Final)
+                    final += item.bytes;
+                else
+                    events.push_back(item.bytes);
+            EXPECT_EQ(events, s.events);
+            if (s.line[0] != '>')
+                EXPECT_EQ(final, s.final);
+        };
+        for (const auto& line : c.refused)
+            check({line, "N"});
+        for (const auto& line : c.accepted)
+            check({line, "OK"});
+        for (const auto& s : c.steps)
+            check(s);
+    }
+}
+
+// The bootloader's faults are used up by the avrflash runs against it.
+TEST(Bootloader, EveryBoardHandsOverOnUpAndComesBackOnHash)
+{
+    for (char letter : knownBoardLetters()) {
+        Emulated board(letter);
+        ASSERT_FALSE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ("OK\r\n", board.feed("%UP\n")) << letter;
+        ASSERT_TRUE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ("(bootloader) " + identityForLetter(letter) + " V1.00\r\n", board.feed("?\n")) << letter;
+        EXPECT_EQ("R3\r\nOK\r\nN\r\n", board.feed("@\n%UP\n!\n")) << letter;
+        EXPECT_EQ("", board.feed("#"));
+        EXPECT_FALSE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ(identityForLetter(letter) + " V1.00\r\n", board.feed("?\n")) << letter;
+    }
+}
+
+TEST(Bootloader, WritesAreCheckedAndTheFlashOutlivesARestart)
+{
+    Emulated board('d');
+    board.feed("%UP\n");
+    const auto page = pageBytes(1);
+    EXPECT_EQ("Y", board.feed(writeRequest(0x01DF, page)));          // the last application page
+    EXPECT_EQ("N", board.feed(writeRequest(0x01E0, page)));          // the bootloader's own flash
+    EXPECT_EQ("N", board.feed(writeRequest(0x0005, page, 1)));       // wrong checksum
+    std::string lower = writeRequest(0x0005, pageBytes(0x0A));
+    for (auto& c : lower)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    EXPECT_EQ("N", board.feed(lower));                               // hex is upper case
+    EXPECT_EQ(readAnswer(0x0005, std::vector<unsigned char>(256, 0xFF)), board.feed("$0005"));
+
+    // Restart into the application and back: the page is still there.
+    board.feed("#");
+    board.feed("%UP\n");
+    EXPECT_EQ(readAnswer(0x01DF, page), board.feed("$01DF"));
+    // Beyond the application section the bootloader reads as erased.
+    EXPECT_EQ(readAnswer(0x01E0, std::vector<unsigned char>(256, 0xFF)), board.feed("$01E0"));
+}
+
+TEST(Bootloader, RequestsMayArriveInAnyPieces)
+{
+    const auto page = pageBytes(7);
+    const std::string requests = writeRequest(2, page) + "$0002" + "?\n" + writeRequest(3, page, 2) + "#?\n";
+    const std::string expected = "Y" + readAnswer(2, page) + "(bootloader) Transfer Station board V1.00\r\n" + "N"
+                                 + "Transfer Station board V1.00\r\n";
+    for (std::size_t chunk : {1, 97})
+        EXPECT_EQ("OK\r\n" + expected, Emulated('x').feed("%UP\n" + requests, chunk)) << chunk;
+}
+
+TEST(Bootloader, APacedLineHoldsTheAnswerUntilTheRequestHasCrossed)
+{
+    Sim sim({"--board", "d", "--bootloader", "--fault", "baud=19200"});
+    const auto port = sim.open();
+    const auto t0 = Clock::now();
+    ASSERT_TRUE(port->write(writeRequest(1, pageBytes(2))));
+    EXPECT_EQ("Y", port->bytes(1));
+    // 519 characters of 11 bits at 19200 baud take 297 ms on a real line, however fast the host wrote them.
+    EXPECT_GE(Clock::now() - t0, 297ms);
 }
