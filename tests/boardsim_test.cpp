@@ -34,8 +34,7 @@ bool linksToPty(const std::string& path)
     return fs::read_symlink(path, ec).string().rfind("/dev/pts/", 0) == 0;
 }
 
-// The host end of a board's serial port, set up the way the product sets
-// up a real one: raw, 8 data bits, even parity, one stop bit.
+// The host end of a board's serial port, set up as the product sets up a real one: raw, 8E1.
 struct Port : Stream {
     explicit Port(const std::string& path) : Stream(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
 
@@ -47,8 +46,7 @@ struct Port : Stream {
         cfmakeraw(&t);
         t.c_cflag |= PARENB | CS8 | CLOCAL | CREAD;
         t.c_cflag &= ~(PARODD | CSTOPB);
-        cfsetispeed(&t, B19200);
-        cfsetospeed(&t, B19200);
+        cfsetspeed(&t, B19200);
         return tcsetattr(fd, TCSANOW, &t) == 0;
     }
     speed_t speed() const
@@ -60,8 +58,7 @@ struct Port : Stream {
     std::string ask(const std::string& command) { return write(command + "\n") ? line() : kNone; }
 };
 
-// Sends `commands` in one go and expects exactly `lines` back, each framed
-// with "\r\n": a reply that should not have come shifts what follows.
+// Sends `commands` in one go and expects exactly `lines` back: a reply that should not have come shifts the rest.
 ::testing::AssertionResult replies(Port& port, const std::vector<std::string>& commands,
                                    const std::vector<std::string>& lines)
 {
@@ -78,8 +75,7 @@ struct Port : Stream {
     return ::testing::AssertionFailure() << "got '" << escapeLine(got) << "', want '" << escapeLine(want) << "'";
 }
 
-// An in-process simulator in its own directory, started from command-line
-// style arguments (without --dir, which it supplies).
+// An in-process simulator in its own directory (it supplies --dir), started from command-line style arguments.
 class Sim {
 public:
     explicit Sim(std::vector<std::string> args, PersonalityFactory factory = makePersonality)
@@ -143,8 +139,7 @@ struct EventFirst : Personality {
 
 using Lines = std::vector<std::string>;
 
-// A command with its closing line and the events sent with it; ">verb args" is a control line
-// answered "ok" or "error", "~" a tick.
+// A command, its closing line and its events; ">verb args" is a control line answered "ok" or "error", "~" a tick.
 struct Step {
     std::string line, final;
     Lines events = {};
@@ -205,7 +200,7 @@ struct Emulated {
 
 } // namespace
 
-TEST(BoardsimOptions, MistakesAreRejected)
+TEST(BoardsimOptions, MistakesAndBadFaultSettingsAreRejected)
 {
     TempDir dir;
     const std::string d = dir.path;
@@ -241,12 +236,9 @@ TEST(BoardsimOptions, MistakesAreRejected)
     EXPECT_TRUE(o.boards.back().bootloader);
     EXPECT_FALSE(o.boards.front().bootloader);
     EXPECT_NE(std::string::npos, usageText().find("--bootloader"));
-}
 
-TEST(BoardsimFaults, BadSettingsAreRefusedAndLeaveFaultsAlone)
-{
+    // A fault setting refused leaves the faults as they were.
     Faults f;
-    std::string error;
     ASSERT_TRUE(applyFaultSetting(f, "nack-every=3", error)) << error;
     for (const char* bad : {"nack-every=0", "nack-every=", "nack-every", "drop-every=x", "baud=0", "delay-ms=-1",
                             "highbit-before=41", "highbit-before=A5A5", "junk-before", "bogus", "clear=1",
@@ -292,8 +284,7 @@ TEST(BoardsimBoard, EveryTypeAnswersTheCoreCommands)
     EXPECT_TRUE(sim.printed("rx 0 h\\xA5\\x5C\\x7Fi\\x0D"));
     EXPECT_TRUE(sim.printed("rx 0 " + longest));
     EXPECT_TRUE(sim.printed("rx 0 " + std::string(kMaxLineLength, 'x')));
-    // A port closed by the host can be opened again and still answers; the pty changes speed after every
-    // line, so that the product configuring the same 8E1 port again is a real change.
+    // A port can be opened again and still answers; the speed changes after each line so reconfiguring is real.
     for (int i = 0; i < 3; ++i) {
         const auto port = sim.open(1);
         speed_t last = B19200;
@@ -316,8 +307,7 @@ TEST(BoardsimFaultWire, FaultsShapeTheReplies)
         {{"nack-every=3"}, {"@", "?", "!", "@", "@", "?", "!"}, {"R4", kRemote, "N", "R4", "R4", "N", "OK"}},
         {{"drop-every=2"}, {"?", "@", "X", "@", "?"}, {kRemote, "N", kRemote}},
         {{"nack-identify=2"}, {"?", "@", "?", "?", "?"}, {"N", "R4", "N", kRemote, kRemote}},
-        // Drop wins over nack-identify without using it up; nack-identify
-        // wins over nack-every and is used up.
+        // Drop wins over nack-identify without using it up; nack-identify wins over nack-every and is used up.
         {{"drop-every=2", "nack-identify=1", "nack-every=3"},
          {"@", "?", "?", "@", "?", "@", "@"},
          {"R4", "N", kRemote, "R4"}},
@@ -405,10 +395,8 @@ TEST(BoardsimPersonalityHooks, EventsControlLinesRawBytesAndTicks)
     }
     EXPECT_TRUE(replies(*r, {"Q1"}, {"OK"}));
     EXPECT_EQ(r->line().size(), 41u);
-    EXPECT_EQ(r->line(), "f0200021002200230024002500260027002800290");
-    EXPECT_EQ(r->line().size(), 41u);
-    // Ticks sent before the switch-off may still be on their way; after the
-    // reply to a later command, nothing more may come.
+    EXPECT_EQ(r->line(), "f0200021002200230024002500260027002800290") << "a tick's second line goes out with it";
+    // Ticks sent before the switch-off may still be on their way; after a later command's reply nothing may come.
     ASSERT_TRUE(r->write("Q0\n@\n"));
     std::string line;
     do {
@@ -440,8 +428,7 @@ TEST(BoardsimProgram, ExitStatusesPublishingBeforeReadyAndRemovingTheLinksHoweve
         EXPECT_EQ(fs::file_size(out) == 0, status != 0) << args;
         EXPECT_EQ(fs::file_size(err) == 0, status == 0) << args;
     }
-    const std::string disk = dir.path + "/tty.usbserial-SIM0d3";
-    const std::string r = dir.path + "/tty.usbserial-remote";
+    const std::string disk = dir.path + "/tty.usbserial-SIM0d3", r = dir.path + "/tty.usbserial-remote";
     for (const std::string end : {"quit", "end of input", "SIGTERM", "SIGINT"}) {
         SCOPED_TRACE(end);
         Child child({BOARDSIM_PATH, "--dir", dir.path, "--log", "--board", "d", "--id", "3", "--board", "r", "--name", "remote"});

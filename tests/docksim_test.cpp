@@ -1,6 +1,4 @@
-// Tests of the dock emulator for what the product never asks of it: its command line, JSON reader,
-// control lines, faults and refusals. The replies the docks' classes read are pinned by running
-// them against it (docks_sim_test, console_dock_test), so only the rest is checked here.
+// The dock emulator for what the product never asks of it; docks_sim_test and console_dock_test pin the rest.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -104,9 +102,9 @@ public:
         return f ? *f : Json("<no " + std::string(name) + " in " + reply.dump() + ">");
     }
     static int64_t result(const Json& reply) { return reply.find("result") ? reply.find("result")->asInt() : -1; }
-    Json entryOp(const std::string& op, int64_t entry, const char* wanted)
+    Json properties(int64_t entry)
     {
-        return field(ask("\"op\":\"" + op + "\",\"entry\":" + std::to_string(entry)), wanted);
+        return field(ask("\"op\":\"get_properties\",\"entry\":" + std::to_string(entry)), "properties");
     }
     std::vector<int64_t> match(const std::string& by, const std::string& value)
     {
@@ -149,7 +147,7 @@ public:
                              + ",\"properties\":{\"sendCommand\":\"" + command + "\"}");
         if (result(set) != 0)
             return "<set failed>";
-        const Json props = entryOp("get_properties", entry, "properties");
+        const Json props = properties(entry);
         const Json* comms = props.find("HostComms");
         return comms && comms->find("reply") ? comms->find("reply")->asString() : "<no reply>";
     }
@@ -192,7 +190,7 @@ std::string xboot2(char request, const std::vector<uint8_t>& data)
 
 } // namespace
 
-TEST(DocksimOptions, MistakesAreRejected)
+TEST(DocksimOptions, MistakesAndAnythingButStrictJsonAreRefused)
 {
     const std::vector<std::vector<std::string>> bad = {
         {"--dock", "s"},                                             // no socket
@@ -213,30 +211,25 @@ TEST(DocksimOptions, MistakesAreRejected)
         EXPECT_FALSE(parseOptions(args, o, error)) << args.back();
         EXPECT_FALSE(error.empty()) << args.back();
     }
-}
 
-TEST(DocksimJson, ParsesStrictJsonAndRefusesTheRest)
-{
+    // The JSON reader takes strict JSON only.
     const std::pair<const char*, const char*> good[] = {
         {R"( {"a": [1, -2, true, null], "b": {"c": "x\"\u00e9\ud83d\ude00"}} )",
          "{\"a\":[1,-2,true,null],\"b\":{\"c\":\"x\\\"\xC3\xA9\xF0\x9F\x98\x80\"}}"},
         {"-9223372036854775808", "-9223372036854775808"},
         {"\"tab\\there\\u0001\"", "\"tab\\there\\u0001\""},
     };
+    Json j;
+    std::string error;
     for (const auto& [text, dumped] : good) {
-        Json j;
-        std::string error;
         ASSERT_TRUE(Json::parse(text, j, error)) << text << ": " << error;
         EXPECT_EQ(j.dump(), dumped);
     }
     const std::string deep = std::string(66, '[') + std::string(66, ']'); // nesting is limited
     for (const std::string text : {"", "{", "{\"a\":1,}", "[1 2]", "{\"a\":1,\"a\":2}", "1.5", "1e3", "01",
                                    "9223372036854775808", "\"\\ud800\"", "\"a\nb\"", "tru", "{} x", "'a'",
-                                   "{\"a\" 1}", "\"\\q\"", deep.c_str()}) {
-        Json j;
-        std::string error;
+                                   "{\"a\" 1}", "\"\\q\"", deep.c_str()})
         EXPECT_FALSE(Json::parse(text, j, error)) << text;
-    }
 }
 
 TEST(DocksimUsb, CommandBlocksTheProductNeverSendsFaultsAndTheStateChecks)
@@ -333,7 +326,7 @@ TEST(DocksimUsb, TheTwinFindsItsAncestorsLocationAndAnUnpluggedDockComesBackAsNe
         return c.ask("\"op\":\"search\",\"entry\":" + std::to_string(s) + ",\"key\":\"" + key + "\"");
     };
     for (int64_t s : services) {
-        EXPECT_FALSE(c.entryOp("get_properties", s, "properties").find("locationID")) << "held by an ancestor";
+        EXPECT_FALSE(c.properties(s).find("locationID")) << "held by an ancestor";
         EXPECT_EQ(Client::field(search(s, "locationID"), "value").asInt(), 0x14200000);
         EXPECT_EQ(Client::field(search(s, "USB Serial Number"), "value").asString(), "XD100002");
     }
