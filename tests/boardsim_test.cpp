@@ -98,14 +98,12 @@ public:
     std::string link(size_t board) const { return dir_.path + "/tty.usbserial-" + options_.boards.at(board).name; }
     std::string control(const std::string& line) { return sim_->control(line); }
 
-    // Waits until the simulator has printed `line` on its stdout.
     bool printed(const std::string& line)
     {
         std::unique_lock<std::mutex> lock(mutex_);
         return changed_.wait_for(lock, kWait, [&] { return std::count(printed_.begin(), printed_.end(), line) > 0; });
     }
 
-    // A port on `board`, configured as the product would.
     std::unique_ptr<Port> open(size_t board = 0)
     {
         auto port = std::make_unique<Port>(link(board));

@@ -262,11 +262,10 @@ TEST(DocksimUsb, CommandBlocksTheProductNeverSendsFaultsAndTheStateChecks)
         EXPECT_EQ(Client::field(done, "argc").asInt(), 3);
     }
     EXPECT_EQ(dataOf(c.cdb(conn, block({0x00, 0x40, 0xC0}, 0xE4), 2)), "0055") << "firmware upgrade start";
-    EXPECT_EQ(sim.control("check led 255,0,0,1,0"), "ok") << "LED bytes start at the block's byte 2";
-    EXPECT_EQ(sim.control("check dockled 1,0,0,255,0"), "ok");
+    for (const char* check : {"check led 255,0,0,1,0", "check dockled 1,0,0,255,0", "check eeprom:0 0304",
+                              "check upgrades 1"})
+        EXPECT_EQ(sim.control(check), "ok") << check; // LED bytes start at the block's byte 2
     EXPECT_EQ(sim.control("check eeprom:1E 01020304"), "error: check: eeprom:1E is 0102FFFF, not 01020304");
-    EXPECT_EQ(sim.control("check eeprom:0 0304"), "ok");
-    EXPECT_EQ(sim.control("check upgrades 1"), "ok");
     EXPECT_EQ(Client::result(c.cdb(conn, block({0x00}, 0x12), 16)), 0xE00002C7) << "unknown opcode";
 
     // Faults spoil the next calls only.
@@ -367,9 +366,8 @@ TEST(DocksimTbt, CommandsTheProductNeverSendsFaultsAndUnplug)
     };
     for (const auto& [dock, command, reply] : rows)
         EXPECT_EQ(c.tbt(drivers[dock], command), reply) << dock << " " << command;
-    EXPECT_EQ(sim.control("check 1 resetport 2"), "ok");
-    EXPECT_EQ(sim.control("check 1 typeid 6"), "ok");
-    EXPECT_EQ(sim.control("check 0 led C5"), "ok");
+    for (const char* check : {"check 1 resetport 2", "check 1 typeid 6", "check 0 led C5"})
+        EXPECT_EQ(sim.control(check), "ok") << check;
     ASSERT_EQ(sim.control("fault 0 nack=2"), "ok");
     EXPECT_EQ(c.tbt(drivers[0], "E"), "N");
     EXPECT_EQ(c.tbt(drivers[0], "S0001"), "N");
@@ -418,9 +416,8 @@ TEST(DocksimTbt, EventsQueueAndDrainOneByOneAndTheBootloaderRefusesWhatIsOutOfTu
     EXPECT_EQ(sim.control("led 1 on"), "error: the CD2 dock reports its fan, not its LED");
 
     // The CD2 dock's bootloader refuses what is out of turn or spoilt.
-    std::vector<uint8_t> page(514, 0x5A);
-    page[0] = 0x00;
-    page[1] = 0x05; // page 5
+    std::vector<uint8_t> page{0x00, 0x05}; // page 5
+    page.resize(514, 0x5A);
     std::string corrupt = xboot2(':', page), upper = corrupt;
     corrupt[10] = corrupt[10] == '0' ? '1' : '0';
     for (auto& ch : upper)
