@@ -1,5 +1,2 @@
-# The board emulator on its own: the wire, the faults, the board personalities
-# and the bootloader.
+# The board emulator on its own: the wire, the faults, the board personalities and the bootloader.
 avrtest_add_test(boardsim_test SOURCES boardsim_test.cpp LIBS boardsim_core)
-avrtest_add_test(boardsim_personalities_test SOURCES boardsim_personalities_test.cpp LIBS boardsim_core)
-avrtest_add_test(boardsim_bootloader_test SOURCES boardsim_bootloader_test.cpp LIBS boardsim_core avrtest_testsupport)

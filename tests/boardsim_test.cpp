@@ -1,8 +1,8 @@
-// Tests of the board emulator: its command line, and the boards it publishes, driven over their
-// pseudo-terminals by a raw termios client such as the product would be.
+// The board emulator: its command line, its boards driven directly and over their ptys as the product would.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -11,6 +11,7 @@
 #include "boardsim/faults.h"
 #include "boardsim/options.h"
 #include "boardsim/personality.h"
+#include "boardsim/personality_bootloader.h"
 #include "boardsim/simulator.h"
 #include "boardsim/wire.h"
 #include "support/EmulatorTestKit.h"
@@ -33,8 +34,7 @@ bool linksToPty(const std::string& path)
     return fs::read_symlink(path, ec).string().rfind("/dev/pts/", 0) == 0;
 }
 
-// The host end of a board's serial port, set up the way the product sets
-// up a real one: raw, 8 data bits, even parity, one stop bit.
+// The host end of a board's serial port, set up as the product sets up a real one: raw, 8E1.
 struct Port : Stream {
     explicit Port(const std::string& path) : Stream(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
 
@@ -46,8 +46,7 @@ struct Port : Stream {
         cfmakeraw(&t);
         t.c_cflag |= PARENB | CS8 | CLOCAL | CREAD;
         t.c_cflag &= ~(PARODD | CSTOPB);
-        cfsetispeed(&t, B19200);
-        cfsetospeed(&t, B19200);
+        cfsetspeed(&t, B19200);
         return tcsetattr(fd, TCSANOW, &t) == 0;
     }
     speed_t speed() const
@@ -59,8 +58,7 @@ struct Port : Stream {
     std::string ask(const std::string& command) { return write(command + "\n") ? line() : kNone; }
 };
 
-// Sends `commands` in one go and expects exactly `lines` back, each framed
-// with "\r\n": a reply that should not have come shifts what follows.
+// Sends `commands` in one go and expects exactly `lines` back: a reply that should not have come shifts the rest.
 ::testing::AssertionResult replies(Port& port, const std::vector<std::string>& commands,
                                    const std::vector<std::string>& lines)
 {
@@ -77,8 +75,7 @@ struct Port : Stream {
     return ::testing::AssertionFailure() << "got '" << escapeLine(got) << "', want '" << escapeLine(want) << "'";
 }
 
-// An in-process simulator in its own directory, started from command-line
-// style arguments (without --dir, which it supplies).
+// An in-process simulator in its own directory (it supplies --dir), started from command-line style arguments.
 class Sim {
 public:
     explicit Sim(std::vector<std::string> args, PersonalityFactory factory = makePersonality)
@@ -100,16 +97,13 @@ public:
 
     std::string link(size_t board) const { return dir_.path + "/tty.usbserial-" + options_.boards.at(board).name; }
     std::string control(const std::string& line) { return sim_->control(line); }
-    bool quitRequested() const { return sim_->quitRequested(); }
 
-    // Waits until the simulator has printed `line` on its stdout.
     bool printed(const std::string& line)
     {
         std::unique_lock<std::mutex> lock(mutex_);
         return changed_.wait_for(lock, kWait, [&] { return std::count(printed_.begin(), printed_.end(), line) > 0; });
     }
 
-    // A port on `board`, configured as the product would.
     std::unique_ptr<Port> open(size_t board = 0)
     {
         auto port = std::make_unique<Port>(link(board));
@@ -140,9 +134,70 @@ struct EventFirst : Personality {
     }
 };
 
+using Lines = std::vector<std::string>;
+
+// A command, its closing line and its events; ">verb args" is a control line answered "ok" or "error", "~" a tick.
+struct Step {
+    std::string line, final;
+    Lines events = {};
+};
+
+std::vector<unsigned char> pageBytes(int seed)
+{
+    std::vector<unsigned char> page(BootloaderState::kPageSize);
+    for (std::size_t i = 0; i < page.size(); ++i)
+        page[i] = static_cast<unsigned char>(i * 3 + static_cast<std::size_t>(seed));
+    return page;
+}
+
+// ":" PPPP DATA CC with the checksum that zeroes the sum, plus `delta`.
+std::string writeRequest(int page, const std::vector<unsigned char>& data, int delta = 0)
+{
+    std::vector<unsigned char> body { static_cast<unsigned char>(page >> 8), static_cast<unsigned char>(page) };
+    body.insert(body.end(), data.begin(), data.end());
+    unsigned sum = 0;
+    for (auto b : body)
+        sum += b;
+    body.push_back(static_cast<unsigned char>(-sum + static_cast<unsigned>(delta)));
+    return ":" + hex(body);
+}
+
+// What "$" PPPP reads back: the page's bytes and the same checksum as a write of them.
+std::string readAnswer(int page, const std::vector<unsigned char>& data) { return writeRequest(page, data).substr(5); }
+
+// A board of type `letter` with id 3, driven without a pty, handing over to its next personality when told.
+struct Emulated {
+    std::unique_ptr<Personality> personality;
+    Faults faults;
+
+    explicit Emulated(char letter) : personality(makePersonality(BoardInfo(letter, 3, "V1.00"))) {}
+
+    // What the board sends back for `bytes` fed `chunk` at a time: raw to a bootloader, lines to an application.
+    std::string feed(const std::string& bytes, std::size_t chunk = 4096) {
+        std::string sent;
+        for (std::size_t at = 0; at < bytes.size();) {
+            const std::size_t n = std::min(chunk, bytes.size() - at);
+            Replier r;
+            std::size_t used = n;
+            if (personality->takesBytes())
+                used = personality->receive(bytes.data() + at, n, faults, r).consumed;
+            else if (const auto nl = bytes.find('\n', at); nl != std::string::npos) {
+                used = nl - at + 1;
+                personality->handle(bytes.substr(at, nl - at), r);
+            }
+            for (auto& item : r.items())
+                sent += item.kind == Replier::Kind::Raw ? item.bytes : item.bytes + "\r\n";
+            if (auto next = r.takeSuccessor())
+                personality = std::move(next);
+            at += used;
+        }
+        return sent;
+    }
+};
+
 } // namespace
 
-TEST(BoardsimOptions, MistakesAreRejected)
+TEST(BoardsimOptions, MistakesAndBadFaultSettingsAreRejected)
 {
     TempDir dir;
     const std::string d = dir.path;
@@ -178,12 +233,9 @@ TEST(BoardsimOptions, MistakesAreRejected)
     EXPECT_TRUE(o.boards.back().bootloader);
     EXPECT_FALSE(o.boards.front().bootloader);
     EXPECT_NE(std::string::npos, usageText().find("--bootloader"));
-}
 
-TEST(BoardsimFaults, BadSettingsAreRefusedAndLeaveFaultsAlone)
-{
+    // A fault setting refused leaves the faults as they were.
     Faults f;
-    std::string error;
     ASSERT_TRUE(applyFaultSetting(f, "nack-every=3", error)) << error;
     for (const char* bad : {"nack-every=0", "nack-every=", "nack-every", "drop-every=x", "baud=0", "delay-ms=-1",
                             "highbit-before=41", "highbit-before=A5A5", "junk-before", "bogus", "clear=1",
@@ -229,8 +281,7 @@ TEST(BoardsimBoard, EveryTypeAnswersTheCoreCommands)
     EXPECT_TRUE(sim.printed("rx 0 h\\xA5\\x5C\\x7Fi\\x0D"));
     EXPECT_TRUE(sim.printed("rx 0 " + longest));
     EXPECT_TRUE(sim.printed("rx 0 " + std::string(kMaxLineLength, 'x')));
-    // A port closed by the host can be opened again and still answers; the pty changes speed after every
-    // line, so that the product configuring the same 8E1 port again is a real change.
+    // A port can be opened again and still answers; the speed changes after each line so reconfiguring is real.
     for (int i = 0; i < 3; ++i) {
         const auto port = sim.open(1);
         speed_t last = B19200;
@@ -253,8 +304,7 @@ TEST(BoardsimFaultWire, FaultsShapeTheReplies)
         {{"nack-every=3"}, {"@", "?", "!", "@", "@", "?", "!"}, {"R4", kRemote, "N", "R4", "R4", "N", "OK"}},
         {{"drop-every=2"}, {"?", "@", "X", "@", "?"}, {kRemote, "N", kRemote}},
         {{"nack-identify=2"}, {"?", "@", "?", "?", "?"}, {"N", "R4", "N", kRemote, kRemote}},
-        // Drop wins over nack-identify without using it up; nack-identify
-        // wins over nack-every and is used up.
+        // Drop wins over nack-identify without using it up; nack-identify wins over nack-every and is used up.
         {{"drop-every=2", "nack-identify=1", "nack-every=3"},
          {"@", "?", "?", "@", "?", "@", "@"},
          {"R4", "N", kRemote, "R4"}},
@@ -342,10 +392,8 @@ TEST(BoardsimPersonalityHooks, EventsControlLinesRawBytesAndTicks)
     }
     EXPECT_TRUE(replies(*r, {"Q1"}, {"OK"}));
     EXPECT_EQ(r->line().size(), 41u);
-    EXPECT_EQ(r->line(), "f0200021002200230024002500260027002800290");
-    EXPECT_EQ(r->line().size(), 41u);
-    // Ticks sent before the switch-off may still be on their way; after the
-    // reply to a later command, nothing more may come.
+    EXPECT_EQ(r->line(), "f0200021002200230024002500260027002800290") << "a tick's second line goes out with it";
+    // Ticks sent before the switch-off may still be on their way; after a later command's reply nothing may come.
     ASSERT_TRUE(r->write("Q0\n@\n"));
     std::string line;
     do {
@@ -359,9 +407,6 @@ TEST(BoardsimPersonalityHooks, EventsControlLinesRawBytesAndTicks)
                             "send 0 0x41", "send 0", "fault 0 bogus", "fault 0", "frob 0 x", "unplug 0 now",
                             "quit now", "", "plug 0"})
         EXPECT_TRUE(isError(sim.control(bad))) << bad;
-    EXPECT_FALSE(sim.quitRequested());
-    EXPECT_EQ(sim.control("quit"), "ok");
-    EXPECT_TRUE(sim.quitRequested());
 }
 
 TEST(BoardsimProgram, ExitStatusesPublishingBeforeReadyAndRemovingTheLinksHoweverItEnds)
@@ -377,8 +422,7 @@ TEST(BoardsimProgram, ExitStatusesPublishingBeforeReadyAndRemovingTheLinksHoweve
         EXPECT_EQ(fs::file_size(out) == 0, status != 0) << args;
         EXPECT_EQ(fs::file_size(err) == 0, status == 0) << args;
     }
-    const std::string disk = dir.path + "/tty.usbserial-SIM0d3";
-    const std::string r = dir.path + "/tty.usbserial-remote";
+    const std::string disk = dir.path + "/tty.usbserial-SIM0d3", r = dir.path + "/tty.usbserial-remote";
     for (const std::string end : {"quit", "end of input", "SIGTERM", "SIGINT"}) {
         SCOPED_TRACE(end);
         Child child({BOARDSIM_PATH, "--dir", dir.path, "--log", "--board", "d", "--id", "3", "--board", "r", "--name", "remote"});
@@ -405,4 +449,128 @@ TEST(BoardsimProgram, ExitStatusesPublishingBeforeReadyAndRemovingTheLinksHoweve
         EXPECT_EQ(child.wait(), 0);
         EXPECT_FALSE(isLink(disk) || isLink(r));
     }
+}
+
+// A board that accepted a malformed command would let the product's mistakes through unnoticed.
+TEST(EmulatedBoards, RefuseMalformedCommandsAndKeepTheirState)
+{
+    const std::string wwn = "5000C50012345678";
+    const struct {
+        char letter;
+        const char* version;
+        Lines refused, accepted;
+        std::vector<Step> steps;
+    } cases[] = {
+        {'d', "V1.00",
+         {"L7", "L072", "La5", "A2", "A", "X11", "Y0", "B1", "P18", "PFF", "Q18", "V0", "E2", "G20", "G04",
+          "D" + std::string(41, 'x'), "W" + std::string(41, 'x'), "K"},
+         {"D" + std::string(40, 'x'), "P17"},
+         {{"P05", "OK"}, {"Wfifth page", "OK"}, {"P06", "OK"}, {"R", "R"}, {"P05", "OK"}, {"R", "Rfifth page"},
+          {"L30", "OK", {"l1"}}, {"LB0", "OK"}, {"L80", "OK", {"l0"}}, // flash bits alone light nothing
+          {">temp -12", "ok"}, {"M", "RF419"}, {">temp 30", "ok"}, {"T1", "OK"}, {">temp -1", "ok", {"tFF"}},
+          {"!", "OK", {"l0", "tFF"}}, {">temp 200", "error"}}},
+        {'c', "V2.5", {"V20", "V1", "R10", "L20", "A80", "BBF", "A4", "E", "H2", "H", "W1", "T0"}, {"F5B"},
+         {{"H0", "R1"}, {"H1", "R0"}, {"B40", "OK", {"b2"}}, {"BC0", "OK"}, {">insert 1", "ok", {"b3"}},
+          {">shuttle -2", "ok", {"sFE"}}, {">insert 4", "error"}}},
+        // The firmware version decides the command set; V2.10 sorts before V2.5.
+        {'c', "V1.00", {"F12", "P1", "S0", "H0"}, {}, {}},
+        {'c', "V2.10", {"H0"}, {"F12"}, {}},
+        {'x', "V1.00",
+         {"W6", "W", "X20", "X02", "X1", "Y2", "D8", "D10", "L", "E4", "S4", "S", "S25000C5001234567",
+          "S25000c50012345678", "R20", "I", "U", "P2"},
+         {},
+         {{"S2" + wwn, "OK"}, {"E2", "R" + wwn}, {"S2", "OK"}, {"E2", "R5000C50012340008"},
+          {"!", "OK", {"d0", "i0", "l0"}}, {">insert", "ok", {"i1"}}, {"I", "R3"}, {"L8", "OK", {"l8"}},
+          {"L8", "OK"}, {"P1", "OK"}, {">temp -16", "ok", {"pF0"}}, {"X11", "OK"}, {"Y1", "R1"}, {"Y0", "R0"}}},
+        {'r', "V1.00", {"G", "G1", "G0g", "G0AF", "C10", "C", "E0", "Q2", "F1"}, {"G0AFF"},
+         {{"@", "R0"}, {">busy on", "ok"}, {"@", "R1"}, {">busy off", "ok"}, {"@", "R0"},
+          {">encoder -1", "ok", {"eFF"}}, {">key 102", "ok", {"k0102"}}, {"~", ""}, // touch events are off
+          {"Q1", "OK"},
+          {"~", "", {"q0201021202230234024502560267027002810292", "f0200021002200230024002500260027002800290"}}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(1, c.letter) + " " + c.version);
+        const auto personality = makePersonality(BoardInfo(c.letter, 0, c.version));
+        const auto check = [&](const Step& s) {
+            SCOPED_TRACE(s.line);
+            Replier r;
+            std::string error;
+            if (s.line == "~")
+                personality->tick(r);
+            else if (s.line[0] != '>')
+                personality->handle(s.line, r);
+            else if (const auto sp = s.line.find(' '); !personality->control(
+                         s.line.substr(1, sp - 1), sp == std::string::npos ? "" : s.line.substr(sp + 1), r, error))
+                EXPECT_EQ(s.final, "error");
+            else
+                EXPECT_EQ(s.final, "ok");
+            std::string final; // two closing lines show as one joined line
+            Lines events;
+            for (const auto& item : r.items())
+                if (item.kind == Replier::Kind::Final)
+                    final += item.bytes;
+                else
+                    events.push_back(item.bytes);
+            EXPECT_EQ(events, s.events);
+            if (s.line[0] != '>')
+                EXPECT_EQ(final, s.final);
+        };
+        for (const auto& line : c.refused)
+            check({line, "N"});
+        for (const auto& line : c.accepted)
+            check({line, "OK"});
+        for (const auto& s : c.steps)
+            check(s);
+    }
+}
+
+// The bootloader's faults are used up by the avrflash runs against it.
+TEST(Bootloader, EveryBoardHandsOverOnUpAndComesBackOnHash)
+{
+    for (char letter : knownBoardLetters()) {
+        Emulated board(letter);
+        ASSERT_FALSE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ("OK\r\n", board.feed("%UP\n")) << letter;
+        ASSERT_TRUE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ("(bootloader) " + identityForLetter(letter) + " V1.00\r\n", board.feed("?\n")) << letter;
+        EXPECT_EQ("R3\r\nOK\r\nN\r\n", board.feed("@\n%UP\n!\n")) << letter;
+        EXPECT_EQ("", board.feed("#"));
+        EXPECT_FALSE(board.personality->takesBytes()) << letter;
+        EXPECT_EQ(identityForLetter(letter) + " V1.00\r\n", board.feed("?\n")) << letter;
+    }
+}
+
+TEST(Bootloader, WritesAreCheckedAndTheFlashOutlivesARestartInWhateverPiecesTheRequestsCome)
+{
+    const auto page = pageBytes(1);
+    const std::vector<unsigned char> erased(256, 0xFF);
+    std::string lower = writeRequest(0x0005, pageBytes(0x0A));
+    for (auto& c : lower)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (std::size_t chunk : {1, 97, 4096}) {
+        SCOPED_TRACE(chunk);
+        Emulated board('d');
+        board.feed("%UP\n");
+        EXPECT_EQ("Y", board.feed(writeRequest(0x01DF, page), chunk));    // the last application page
+        EXPECT_EQ("N", board.feed(writeRequest(0x01E0, page), chunk));    // the bootloader's own flash
+        EXPECT_EQ("N", board.feed(writeRequest(0x0005, page, 1), chunk)); // wrong checksum
+        EXPECT_EQ("N", board.feed(lower, chunk));                         // hex is upper case
+        EXPECT_EQ(readAnswer(0x0005, erased), board.feed("$0005", chunk));
+        // Restart into the application and back, in one piece: the page is still there.
+        EXPECT_EQ("OK\r\n", board.feed("#%UP\n", chunk));
+        EXPECT_EQ(readAnswer(0x01DF, page), board.feed("$01DF", chunk));
+        // Beyond the application section the bootloader reads as erased.
+        EXPECT_EQ(readAnswer(0x01E0, erased), board.feed("$01E0", chunk));
+    }
+}
+
+TEST(Bootloader, APacedLineHoldsTheAnswerUntilTheRequestHasCrossed)
+{
+    Sim sim({"--board", "d", "--bootloader", "--fault", "baud=19200"});
+    const auto port = sim.open();
+    const auto t0 = Clock::now();
+    ASSERT_TRUE(port->write(writeRequest(1, pageBytes(2))));
+    EXPECT_EQ("Y", port->bytes(1));
+    // 519 characters of 11 bits at 19200 baud take 297 ms on a real line, however fast the host wrote them.
+    EXPECT_GE(Clock::now() - t0, 297ms);
 }

@@ -1,7 +1,6 @@
 #pragma once
 
-// What the emulator tests share: a temporary directory, a descriptor read line by line, an emulator run
-// as a child process on pipes, and bytes in hex. Plain POSIX: these tests link neither product nor JUCE.
+// What the emulator tests share, in plain POSIX: these tests link neither product nor JUCE.
 
 #include <cerrno>
 #include <chrono>
