@@ -512,8 +512,9 @@ TEST(EmulatedBoards, RefuseMalformedCommandsAndKeepTheirState)
                 else
                     events.push_back(item.bytes);
             EXPECT_EQ(events, s.events);
-            if (s.line[0] != '>')
+            if (s.line[0] != '>') {
                 EXPECT_EQ(final, s.final);
+            }
         };
         for (const auto& line : c.refused)
             check({line, "N"});
