@@ -7,9 +7,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// What every fuzz target of the product shares: the console's printing and the
-// link's log lines still run in full, but go nowhere, so a run shows only the
-// fuzzer's own report.
+// Printing and log lines still run in full but go nowhere, so a run shows only the fuzzer's report.
 namespace fuzz
 {
 class DiscardingLogger : public juce::Logger
@@ -33,23 +31,17 @@ inline void silenceOutput()
 }
 
 /** A decoder broke a promise the input cannot excuse: stop, so the fuzzer keeps the input. */
-[[noreturn]] inline void fail(const char* what)
+inline void check(bool ok, const char* what)
 {
+    if (ok)
+        return;
     std::fprintf(stderr, "fuzz check failed: %s\n", what);
     std::abort();
 }
 
-inline void check(bool ok, const char* what)
-{
-    if (!ok)
-        fail(what);
-}
-
-/** True for UTF-8 in shortest form: what every transport hands on (the serial
-    link's ASCII, the driver's and the emulator's decoded text). JUCE's own
-    check also passes overlong forms, which JUCE's String then miscounts when
-    it copies them: text the product never receives. */
-inline bool isWellFormedUtf8(const uint8_t* p, size_t size)
+/** The bytes as text if they are shortest-form UTF-8, the only text a transport hands on. JUCE's own
+    check also passes overlong forms, which its String then miscounts: text the product never receives. */
+inline bool textOf(const uint8_t* p, size_t size, juce::String& text)
 {
     for (size_t i = 0; i < size;)
     {
@@ -69,15 +61,7 @@ inline bool isWellFormedUtf8(const uint8_t* p, size_t size)
             return false;
         i += (size_t) extra + 1;
     }
-    return true;
-}
-
-/** The bytes as text, the way a transport hands text on. */
-inline bool textOf(const uint8_t* data, size_t size, juce::String& text)
-{
-    if (!isWellFormedUtf8(data, size))
-        return false;
-    text = juce::String::fromUTF8((const char*) data, (int) size);
+    text = juce::String::fromUTF8((const char*) p, (int) size);
     return true;
 }
 } // namespace fuzz

@@ -1,6 +1,4 @@
-// Feeds fuzz inputs to a target without libFuzzer, so the plain and sanitized
-// builds replay the seed corpus under CTest. Each argument is a file or a
-// directory of files.
+// Replays fuzz inputs (files or directories of them) without libFuzzer, so CTest runs the seed corpus.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>

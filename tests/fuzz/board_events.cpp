@@ -11,6 +11,14 @@
 namespace
 {
 constexpr uint32_t everyEvent = 0xFFFFFFFFu;
+using Handler = std::function<void(const juce::String&)>;
+
+template <typename Board, typename Listener>
+Handler wire(Board& board, Listener& listener)
+{
+    board.registerListener(&listener);
+    return [&board](const juce::String& line) { board.eventReceived(line); };
+}
 
 struct Boards
 {
@@ -34,28 +42,16 @@ struct Boards
     AVRTbtSingleBoardEventListener singleListener { everyEvent };
     AVRTbtCd2BoardEventListener cd2Listener { everyEvent };
 
-    const std::map<char, std::function<void(const juce::String&)>> byLetter {
-        { 'd', [this](const juce::String& l) { diskpack.eventReceived(l); } },
-        { 'c', [this](const juce::String& l) { chassis.eventReceived(l); } },
-        { 'x', [this](const juce::String& l) { transfer.eventReceived(l); } },
-        { 't', [this](const juce::String& l) { desktop.eventReceived(l); } },
-        { 'u', [this](const juce::String& l) { xferDual.eventReceived(l); } },
-        { 'r', [this](const juce::String& l) { remote.eventReceived(l); } },
-        { 'm', [this](const juce::String& l) { single.eventReceived(l); } },
-        { 'n', [this](const juce::String& l) { cd2.eventReceived(l); } },
+    const std::map<char, Handler> byLetter {
+        { 'd', wire(diskpack, diskpackListener) },
+        { 'c', wire(chassis, chassisListener) },
+        { 'x', wire(transfer, transferListener) },
+        { 't', wire(desktop, desktopListener) },
+        { 'u', wire(xferDual, xferDualListener) },
+        { 'r', wire(remote, remoteListener) },
+        { 'm', wire(single, singleListener) },
+        { 'n', wire(cd2, cd2Listener) },
     };
-
-    Boards()
-    {
-        diskpack.registerListener(&diskpackListener);
-        chassis.registerListener(&chassisListener);
-        transfer.registerListener(&transferListener);
-        desktop.registerListener(&desktopListener);
-        xferDual.registerListener(&xferDualListener);
-        remote.registerListener(&remoteListener);
-        single.registerListener(&singleListener);
-        cd2.registerListener(&cd2Listener);
-    }
 };
 } // namespace
 

@@ -1,6 +1,5 @@
-// The serial line reader, through a pseudo-terminal: the input is written to
-// the far end, then read back line by line as the board link reads, and each
-// result is checked against a model of the line rules.
+// The serial line reader through a pseudo-terminal: input written to the far end, read back
+// line by line as the board link reads, each result checked against a model of the line rules.
 #include "FuzzSupport.h"
 
 #include "link/ComPort.h"
@@ -28,24 +27,16 @@ std::vector<Line> expectedLines(const std::string& bytes)
     Line current { 0, {} };
     for (const char c : bytes)
     {
-        if ((unsigned char) c >= 0x80)
-        {
-            lines.push_back({ -1, current.text });
-            current = { 0, {} };
-        }
-        else if (c == '\n')
-        {
-            lines.push_back(current);
-            current = { 0, {} };
-        }
-        else if (c != '\r')
+        const bool high = (unsigned char) c >= 0x80;
+        if (!high && c != '\n' && c != '\r')
         {
             current.text += c;
-            if (++current.result == ComPort::maxLineLength)
-            {
-                lines.push_back(current);
-                current = { 0, {} };
-            }
+            ++current.result;
+        }
+        if (high || c == '\n' || current.result == ComPort::maxLineLength)
+        {
+            lines.push_back({ high ? -1 : current.result, current.text });
+            current = { 0, {} };
         }
     }
     return lines;

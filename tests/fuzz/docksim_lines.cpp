@@ -4,8 +4,6 @@
 
 #include "docks/platform/emulated/DocksimProtocol.h"
 
-#include <cstring>
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     fuzz::silenceOutput();
@@ -37,9 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         juce::MemoryBlock again;
         const auto& bytes = line.completion.data;
         fuzz::check(DocksimProtocol::fromHex(DocksimProtocol::toHex(bytes.getData(), bytes.getSize()), again)
-                        && again.getSize() == bytes.getSize()
-                        && (bytes.isEmpty() || std::memcmp(again.getData(), bytes.getData(), bytes.getSize()) == 0),
-                    "completion data survives hex");
+                        && (bytes.isEmpty() ? again.isEmpty() : again == bytes), "completion data survives hex");
     }
     else if (line.kind == Kind::unreadable)
         fuzz::check(line.problem.isNotEmpty(), "an unreadable line says why");

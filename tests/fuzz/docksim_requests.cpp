@@ -1,6 +1,5 @@
-// The dock emulator's reading of the product's request lines, and its answers.
-// Input: request lines, answered in turn by one emulator, so that a request
-// can use the connection an earlier one opened.
+// The dock emulator's reading of the product's request lines, and its answers. Input: request lines,
+// answered in turn by one emulator, so that a request can use the connection an earlier one opened.
 #include "docksim/emulator.h"
 #include "docksim/json.h"
 

@@ -9,23 +9,17 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     fuzz::silenceOutput();
-    static const juce::TemporaryFile dir;
-    static const bool made = dir.getFile().createDirectory().wasOk();
-    fuzz::check(made, "a directory for the image files");
-
-    const auto hex = dir.getFile().getChildFile("image.hex");
-    const auto bin = dir.getFile().getChildFile("image.bin");
-    const auto unnamed = dir.getFile().getChildFile("image");
-    for (const auto& file : { hex, bin, unnamed })
+    static const juce::TemporaryFile hex(".hex"), bin(".bin"), unnamed;
+    for (const auto& file : { hex.getFile(), bin.getFile(), unnamed.getFile() })
         fuzz::check(file.replaceWithData(data, size), "the image file is written");
 
     FirmwareImage image;
     juce::String error;
-    image.load(hex, FirmwareImage::Format::intelHex, error);
-    image.load(unnamed, FirmwareImage::Format::guess, error);
+    image.load(hex.getFile(), FirmwareImage::Format::intelHex, error);
+    image.load(unnamed.getFile(), FirmwareImage::Format::guess, error);
 
     // A binary file is its own image, byte for byte.
-    const bool loaded = image.load(bin, FirmwareImage::Format::binary, error);
+    const bool loaded = image.load(bin.getFile(), FirmwareImage::Format::binary, error);
     fuzz::check(loaded == (size > 0), "a binary file loads unless empty");
     if (loaded)
         fuzz::check(image.size() == size && std::memcmp(image.bytes().getData(), data, size) == 0,

@@ -10,9 +10,8 @@
 namespace
 {
 /** Answers every command with the reply under test. */
-class ReplyBoard : public HardwareBoard
+struct ReplyBoard : HardwareBoard
 {
-public:
     explicit ReplyBoard(const juce::String& r) : reply(r) {}
     void run() override {}
     bool findAndOpen(int) override { return false; }
@@ -24,15 +23,8 @@ public:
         out = reply;
         return true;
     }
-
-private:
     juce::String reply;
 };
-
-bool allHex(const juce::String& s)
-{
-    return s.containsOnly("0123456789abcdefABCDEF");
-}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -53,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     fuzz::check(intOk == (length == digits + 1), "integer reply accepted iff it has the digits asked for");
     if (!intOk)
         fuzz::check(value == -7, "a refused integer reply leaves the result untouched");
-    else if (allHex(payload) && digits > 0)
+    else if (payload.containsOnly("0123456789abcdefABCDEF") && digits > 0)
         fuzz::check((uint32_t) value == (uint32_t) std::strtoul(payload.toRawUTF8(), nullptr, 16),
                     "an integer reply decodes as hex");
 

@@ -1,7 +1,5 @@
-// The USB dock's replies: the status that becomes events, and every reply the
-// dock class parses. Input: the operation (low bits; the top bit leaves the
-// reply's first byte as it came instead of matching it to the command), then
-// the reply bytes.
+// Every reply the USB dock class parses. Input: the operation (low bits; the top bit keeps the reply's
+// first byte as it came instead of matching it to the command), then the reply bytes.
 #include "FuzzSupport.h"
 
 #include "console/dock/DockConsoleListeners.h"
