@@ -94,8 +94,7 @@ TEST_F(Link, DiscoverySkipsSilentRefusingAndForeignPortsAndHonoursTheId)
 
 TEST_F(Link, IdentityFormsAndRefusals)
 {
-    // The refusal "N" is examined as an identity; a bootloader's version starts 13 characters
-    // past its id; an id request not answered with R leaves the candidate's version.
+    // "N" is examined as an identity; a bootloader's version follows its id; an id not answered R fails.
     const struct
     {
         const char *identity, *idAnswer, *boardId;
@@ -213,8 +212,7 @@ TEST_F(OpenBoard, EventsEndTheIdlePauseFollowTheirExchangeInOrderOnceAndNeverMix
 
 TEST_F(OpenBoard, ABoardThatStreamsLinesInsteadOfAReplyFailsTheExchangeInTime)
 {
-    // "S" is answered by more event lines than may be parked, "T" by other
-    // lines trickling in (for at most 20 s): either exchange gives up in time.
+    // "S" gets more events than may be parked, "T" endless noise (<= 20 s): both give up in time.
     std::atomic<bool> stop { false };
     open();
     peer->serve([&](const std::string& line) {
@@ -247,8 +245,6 @@ TEST_F(OpenBoard, ABoardThatStreamsLinesInsteadOfAReplyFailsTheExchangeInTime)
 
 TEST_F(OpenBoard, ReopenRateChangeCloseAndUnplug)
 {
-    // Each reconfiguration follows a line, after which the peer changes the
-    // pty's speed: an unchanged 8E1 request is refused by a pty.
     open();
     EXPECT_TRUE(board->sendCommand('A', -1, 0));
     EXPECT_TRUE(board->reopenPort());
@@ -277,8 +273,7 @@ TEST_F(OpenBoard, ReopenRateChangeCloseAndUnplug)
 
 TEST_F(Link, AReopenRacingACloseLeavesTheBoardOpenOrClosedWhole)
 {
-    // The board's own thread closes it (as after an unplug) while the console
-    // reopens its port: whoever wins, board and port table agree.
+    // A close from the board's own thread races a reopen: whoever wins, board and port table agree.
     for (int round = 0; round < 30; ++round)
     {
         const int rival = round % 3;  // the thread's close, an unplug, a rate change

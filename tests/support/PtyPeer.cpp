@@ -9,7 +9,6 @@
 #include <poll.h>
 #include <stdexcept>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 TempDevDir::TempDevDir()
@@ -29,7 +28,6 @@ TempDevDir::~TempDevDir()
     ComPort::forgetUsbSerialNames();
 }
 
-//==============================================================================
 PtyPeer::PtyPeer(const std::string& dir, const std::string& name)
 {
     master = posix_openpt(O_RDWR | O_NOCTTY);
@@ -42,8 +40,7 @@ PtyPeer::PtyPeer(const std::string& dir, const std::string& name)
     termios tio;
     tcgetattr(slave, &tio);
     cfmakeraw(&tio);
-    cfsetispeed(&tio, B1200);
-    cfsetospeed(&tio, B1200);
+    cfsetspeed(&tio, B1200);
     tcsetattr(slave, TCSANOW, &tio);
     link = dir + "/" + name;
     if (symlink(slavePath.c_str(), link.c_str()) != 0)
@@ -63,14 +60,11 @@ bool PtyPeer::settings(termios& tio) const
 
 void PtyPeer::toggleSpeed()
 {
-    if (slave < 0)
-        return;
     termios tio;
-    if (tcgetattr(slave, &tio) != 0)
+    if (slave < 0 || tcgetattr(slave, &tio) != 0)
         return;
     fast = !fast;
-    cfsetispeed(&tio, fast ? B2400 : B1200);
-    cfsetospeed(&tio, fast ? B2400 : B1200);
+    cfsetspeed(&tio, fast ? B2400 : B1200);
     tcsetattr(slave, TCSANOW, &tio);
 }
 
@@ -108,9 +102,8 @@ bool PtyPeer::readLine(std::string& line, int timeoutMs)
 {
     if (!fill([&] { return pending.find('\n') != std::string::npos; }, timeoutMs))
         return false;
-    const auto nl = pending.find('\n');
-    line = pending.substr(0, nl);
-    pending.erase(0, nl + 1);
+    readBytes(line, pending.find('\n') + 1, 0);
+    line.pop_back();
     toggleSpeed();
     return true;
 }
@@ -135,7 +128,6 @@ void PtyPeer::writeIfRoom(const std::string& bytes)
     std::lock_guard<std::mutex> g(writeLock);
     if (master < 0)
         return;
-    // A blocking pty write waits until every byte fits.
     const int flags = fcntl(master, F_GETFL);
     fcntl(master, F_SETFL, flags | O_NONBLOCK);
     juce::ignoreUnused(::write(master, bytes.data(), bytes.size()));
@@ -157,12 +149,7 @@ void PtyPeer::serve(Responder responder)
                 receivedLines.push_back(line);
             }
             for (auto& out : responder(line))
-            {
-                if (!out.empty() && out[0] == '\x01')
-                    write(out.substr(1));
-                else
-                    writeLine(out);
-            }
+                write(!out.empty() && out[0] == '\x01' ? out.substr(1) : out + "\r\n");
         }
     });
 }
@@ -198,17 +185,13 @@ void PtyPeer::unplug()
     master = slave = -1;
 }
 
-//==============================================================================
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
 {
     const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
-    while (juce::Time::getMillisecondCounter() < deadline)
-    {
-        if (condition())
-            return true;
-        juce::Thread::sleep(5);
-    }
-    return condition();
+    for (; !condition(); juce::Thread::sleep(5))
+        if (juce::Time::getMillisecondCounter() >= deadline)
+            return false;
+    return true;
 }
 
 ProgramRun runProgram(const std::string& commandLine)

@@ -13,8 +13,7 @@
 #include <thread>
 #include <vector>
 
-/** A temporary device directory that the link searches instead of /dev for the
-    life of the object. Each one starts the USB adaptor numbering afresh. */
+/** A device directory searched instead of /dev while alive; adaptor numbering starts afresh. */
 class TempDevDir
 {
 public:
@@ -26,13 +25,8 @@ private:
     std::string dir;
 };
 
-/** The far end of a serial port: a pseudo-terminal whose slave is published in
-    a device directory under a chosen name, as an adaptor would appear. The peer
-    keeps the slave open so the port under test may be opened and closed freely.
-
-    Linux ptys drop the parity bit and then refuse an unchanged 8E1
-    configuration, so after every line it receives the peer changes the pty's
-    speed: each configuration by the link is then a real change. */
+/** The far end of a serial port: a pty published under `name` in `dir`. A pty refuses an
+    unchanged 8E1 configuration, so the peer changes its speed after every line it reads. */
 class PtyPeer
 {
 public:
@@ -45,17 +39,14 @@ public:
     bool readLine(std::string& line, int timeoutMs = 5000);
     /** Reads exactly n raw bytes; false on timeout. */
     bool readBytes(std::string& bytes, size_t n, int timeoutMs = 5000);
-    /** Sends raw bytes. */
     void write(const std::string& bytes);
-    /** Sends what of `bytes` fits without waiting, for noise that must not
-        block when nobody reads the port any more. */
+    /** Sends what fits without waiting: noise must not block once nobody reads. */
     void writeIfRoom(const std::string& bytes);
     /** Sends a line the way a board does, ending in "\r\n". */
     void writeLine(const std::string& line) { write(line + "\r\n"); }
 
-    /** Answers every received line on a thread of its own with the lines the
-        responder returns (each sent with "\r\n"; an entry starting with '\x01'
-        is sent raw without the marker or a terminator). */
+    /** Answers each line on a thread with the responder's lines ("\r\n" added unless the
+        line starts with '\x01', which is sent raw without the marker). */
     void serve(Responder responder);
     void stopServing();
     std::vector<std::string> received() const;
@@ -71,7 +62,6 @@ public:
 
 private:
     void toggleSpeed();
-    /** Reads from the pty into `pending` until `enough` holds; false on timeout. */
     bool fill(const std::function<bool()>& enough, int timeoutMs);
     int master = -1, slave = -1;
     std::string link;
@@ -88,8 +78,7 @@ private:
 /** Polls `condition` until it holds or `timeoutMs` passes. */
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs = 10000);
 
-/** A program run through the shell to its end: its exit status (-1 if it did
-    not exit) and everything it printed on standard output and error. */
+/** A shell command run to its end: exit status (-1 if none) and all it printed. */
 struct ProgramRun
 {
     int status = -1;

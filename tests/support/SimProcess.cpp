@@ -2,9 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
-#include <cerrno>
 #include <csignal>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,18 +11,12 @@
 #error "BOARDSIM_PATH must name the emulator binary"
 #endif
 
-namespace
-{
-std::vector<std::string> boardsimCommand(const std::string& dir, const std::vector<std::string>& args)
-{
-    std::vector<std::string> argv { BOARDSIM_PATH, "--dir", dir };
-    argv.insert(argv.end(), args.begin(), args.end());
-    return argv;
-}
-} // namespace
-
 SimProcess::SimProcess(const std::string& dir, const std::vector<std::string>& args)
-    : SimProcess(boardsimCommand(dir, args))
+    : SimProcess([&] {
+          std::vector<std::string> argv { BOARDSIM_PATH, "--dir", dir };
+          argv.insert(argv.end(), args.begin(), args.end());
+          return argv;
+      }())
 {
 }
 
@@ -54,15 +46,9 @@ SimProcess::SimProcess(const std::vector<std::string>& argv)
     signal(SIGPIPE, SIG_IGN);
 
     std::string line;
-    while (readLine(line, 15000))
-    {
-        if (line == "ready")
-        {
-            ready = true;
-            break;
-        }
-        other.push_back(line);
-    }
+    while (!ready && readLine(line, 15000))
+        if (!(ready = line == "ready"))
+            other.push_back(line);
 }
 
 SimProcess::~SimProcess()
@@ -78,21 +64,15 @@ void SimProcess::stop()
     (void) !::write(toChild, quit.data(), quit.size());
     ::close(toChild);
     int status = 0;
-    for (int i = 0; i < 500; ++i)
-    {
-        if (waitpid(pid, &status, WNOHANG) == pid)
-        {
-            pid = -1;
-            break;
-        }
+    bool exited = false;
+    for (int i = 0; i < 500 && !(exited = waitpid(pid, &status, WNOHANG) == pid); ++i)
         usleep(10000);
-    }
-    if (pid > 0)
+    if (!exited)
     {
         kill(pid, SIGKILL);
         waitpid(pid, &status, 0);
-        pid = -1;
     }
+    pid = -1;
     ::close(fromChild);
 }
 
@@ -128,13 +108,9 @@ std::string SimProcess::control(const std::string& line, int timeoutMs)
     const std::string text = line + "\n";
     if (::write(toChild, text.data(), text.size()) != (ssize_t) text.size())
         return "error: emulator gone";
-    std::string answer;
-    while (readLine(answer, timeoutMs))
-    {
+    for (std::string answer; readLine(answer, timeoutMs); other.push_back(answer))
         if (answer == "ok" || answer.rfind("error", 0) == 0)
             return answer;
-        other.push_back(answer);
-    }
     return "error: no answer";
 }
 
@@ -144,21 +120,4 @@ std::vector<std::string> SimProcess::output()
     while (readLine(line, 0))
         other.push_back(line);
     return other;
-}
-
-bool SimProcess::waitForOutput(const std::string& line, int timeoutMs)
-{
-    const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
-    for (;;)
-    {
-        for (auto& l : other)
-            if (l == line)
-                return true;
-        const auto now = juce::Time::getMillisecondCounter();
-        if (now >= deadline)
-            return false;
-        std::string next;
-        if (readLine(next, (int) (deadline - now)))
-            other.push_back(next);
-    }
 }

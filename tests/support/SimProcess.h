@@ -3,29 +3,23 @@
 #include <string>
 #include <vector>
 
-/** Runs the board emulator as a child process: boards are published in a
-    device directory, and control lines go to its standard input. */
+/** An emulator as a child process, driven by control lines on its standard input. */
 class SimProcess
 {
 public:
     /** Starts `boardsim --dir DIR <args>` and waits for its "ready" line. */
     SimProcess(const std::string& dir, const std::vector<std::string>& args);
-    /** Starts any emulator that speaks the same control-line dialect (such as
-        the dock emulator): argv[0] is its path. */
+    /** Starts any emulator speaking the same control lines; argv[0] is its path. */
     explicit SimProcess(const std::vector<std::string>& argv);
     ~SimProcess();
 
     bool isReady() const { return ready; }
 
-    /** Sends one control line; returns its answer ("ok" or "error: ...").
-        Lines of other kinds printed meanwhile (such as "rx ...") are kept. */
+    /** Sends one control line; returns "ok" or "error: ..." and keeps other lines printed. */
     std::string control(const std::string& line, int timeoutMs = 10000);
 
     /** Lines printed by the emulator that are not answers to control lines. */
     std::vector<std::string> output();
-
-    /** Waits until a printed line equals `line`. */
-    bool waitForOutput(const std::string& line, int timeoutMs = 10000);
 
     void stop();
 

@@ -1,5 +1,7 @@
 #include "support/TestBoard.h"
 
+#include "support/PtyPeer.h"
+
 void TestBoard::eventReceived(const juce::String& line)
 {
     const juce::ScopedLock sl(eventLock);
@@ -14,12 +16,5 @@ juce::StringArray TestBoard::events() const
 
 bool TestBoard::waitForEvents(int n, int timeoutMs) const
 {
-    const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
-    while (juce::Time::getMillisecondCounter() < deadline)
-    {
-        if (events().size() >= n)
-            return true;
-        juce::Thread::sleep(5);
-    }
-    return events().size() >= n;
+    return waitUntil([&] { return events().size() >= n; }, timeoutMs);
 }

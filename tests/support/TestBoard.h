@@ -5,22 +5,13 @@
 #include <deque>
 #include <vector>
 
-/** Wraps a board class so that its transport records every command line and
-    answers from a script instead of a serial port. With nothing scripted a
-    command succeeds with "OK" (or an empty "R" response when one is wanted). */
+/** A board whose transport records each command line and answers from a script
+    ("OK", or an empty "R" when a response is wanted, once the script runs out). */
 template <class Board>
 class Scripted : public Board
 {
 public:
-    struct Reply
-    {
-        bool ok;
-        juce::String line;
-    };
-
-    /** Queues the reply line for the next command. */
     void willReply(const juce::String& line, bool ok = true) { replies.push_back({ ok, line }); }
-    /** Queues a transport failure for the next command. */
     void willFail() { replies.push_back({ false, {} }); }
 
     bool sendCommandInternal(const juce::String& command, juce::String& reply, bool expectResponse) override
@@ -32,13 +23,12 @@ public:
             reply = expectResponse ? "R" : "OK";
             return true;
         }
-        auto next = replies.front();
+        auto [ok, line] = replies.front();
         replies.pop_front();
-        reply = next.line;
-        return next.ok;
+        reply = line;
+        return ok;
     }
 
-    /** The one line sent since the last call (fails the test if not exactly one). */
     juce::String lastSent() const { return sent.isEmpty() ? juce::String() : sent[sent.size() - 1]; }
     void clearSent()
     {
@@ -48,7 +38,7 @@ public:
 
     juce::StringArray sent;
     juce::Array<bool> expected;
-    std::deque<Reply> replies;
+    std::deque<std::pair<bool, juce::String>> replies;
 };
 
 /** A minimal serial board for exercising the link itself. */
@@ -67,13 +57,10 @@ public:
     void eventReceived(const juce::String& line) override;
     int idlePauseMs() const override { return pauseMs > 0 ? pauseMs : ControlBoard::idlePauseMs(); }
 
-    /** Stretches the event thread's idle pause (set before the board opens),
-        to see what ends it early. */
+    /** Stretches the idle pause (set before opening) to see what ends it early. */
     int pauseMs = 0;
 
-    /** Event lines delivered so far, in order. */
     juce::StringArray events() const;
-    /** Waits until at least n events arrived (false on timeout). */
     bool waitForEvents(int n, int timeoutMs = 10000) const;
 
     /** The listeners an event with `bit` would reach, in the order it reaches them. */
@@ -83,8 +70,6 @@ public:
         forEachListener(bit, [&](HardwareBoardEventListener& l) { reached.push_back(&l); });
         return reached;
     }
-
-    using ControlBoard::pendingEvents;
 
 private:
     const char* idString;
