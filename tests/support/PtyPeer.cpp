@@ -128,6 +128,7 @@ void PtyPeer::writeIfRoom(const std::string& bytes)
     std::lock_guard<std::mutex> g(writeLock);
     if (master < 0)
         return;
+    // A blocking pty write waits until every byte fits.
     const int flags = fcntl(master, F_GETFL);
     fcntl(master, F_SETFL, flags | O_NONBLOCK);
     juce::ignoreUnused(::write(master, bytes.data(), bytes.size()));
@@ -188,9 +189,12 @@ void PtyPeer::unplug()
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
 {
     const auto deadline = juce::Time::getMillisecondCounter() + (juce::uint32) timeoutMs;
-    for (; !condition(); juce::Thread::sleep(5))
+    while (!condition())
+    {
         if (juce::Time::getMillisecondCounter() >= deadline)
             return false;
+        juce::Thread::sleep(5);
+    }
     return true;
 }
 

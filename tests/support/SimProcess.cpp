@@ -47,8 +47,11 @@ SimProcess::SimProcess(const std::vector<std::string>& argv)
 
     std::string line;
     while (!ready && readLine(line, 15000))
-        if (!(ready = line == "ready"))
+    {
+        ready = line == "ready";
+        if (!ready)
             other.push_back(line);
+    }
 }
 
 SimProcess::~SimProcess()
@@ -108,9 +111,13 @@ std::string SimProcess::control(const std::string& line, int timeoutMs)
     const std::string text = line + "\n";
     if (::write(toChild, text.data(), text.size()) != (ssize_t) text.size())
         return "error: emulator gone";
-    for (std::string answer; readLine(answer, timeoutMs); other.push_back(answer))
+    std::string answer;
+    while (readLine(answer, timeoutMs))
+    {
         if (answer == "ok" || answer.rfind("error", 0) == 0)
             return answer;
+        other.push_back(answer);
+    }
     return "error: no answer";
 }
 
