@@ -131,7 +131,6 @@ TEST_F(TbtTest, ExchangeClassifiesTheReplyInItsOrder)
         // Event and identity texts pass whatever was expected; so does nothing.
         { Answer::reply, "NO", false, false, true, nullptr },
         { Answer::reply, "", true, false, true, nullptr },
-        { Answer::noHostComms, "", false, false, false, " failed (getReply)" },
         { Answer::replyNotText, "", false, false, false, " failed (getReply)" },
         { Answer::propertiesFail, "", false, false, false, " failed (getCFProperties)" },
         { Answer::setFails, "", false, false, false, nullptr },
@@ -263,7 +262,6 @@ TEST_F(TbtTest, EventsAreDecodedByEachDocksTable)
         { false, all, "l2", "led on", nullptr },
         { true, all, "l1", nullptr, "l" },
         { false, all, "j40", nullptr, "j" },
-        { false, all, "T19", nullptr, "T" },
         { true, all & ~TbtDockEventListener::dockTemperatureEventBit, "t19", nullptr, nullptr },
         { false, TbtSingleBoardEventListener::diskpackLedEventBit, "l0", "led off", nullptr },
         { true, TbtCd2BoardEventListener::fanSpeedEventBit, "b1", nullptr, nullptr },
@@ -373,7 +371,6 @@ TEST_F(TbtTest, DiskSerialsAreFoundBelowTheDocksNeighbourAndTheUidAtItsThunderbo
         { "second disk, on the branch itself", nullptr, {}, 1, "ST-0002", "00ab0000cafe1234" },
         { "no third disk", nullptr, {}, 2, "", "00ab0000cafe1234" },
         { "dock gone from its path", "dock", [](Node& n) { n.path = "gone"; }, 0, "", nullptr },
-        { "dock without a parent", "dock", [](Node& n) { n.parent = 0; }, 0, "", nullptr },
         { "bridge children unlisted", "bridge", [](Node& n) { n.childrenListable = false; }, 0, "", "00ab0000cafe1234" },
         { "controller children unlisted", "sata", [](Node& n) { n.childrenListable = false; }, 1, "", "00ab0000cafe1234" },
         { "no characteristics", "dev0", remove("Device Characteristics"), 0, "", "00ab0000cafe1234" },
