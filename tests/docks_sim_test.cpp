@@ -27,6 +27,12 @@ struct DockCase
     std::string readings, eventControl, eventSeen;
 };
 
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const DockCase& c, std::ostream* os)
+{
+    *os << c.name;
+}
+
 /** Hours, then a disk serial and the UID, both found through the emulator's registry. */
 std::function<std::string(HardwareBoard&)> tbtReadings(int disk)
 {
