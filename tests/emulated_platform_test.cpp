@@ -122,8 +122,6 @@ TEST(EmulatedPlatform, EachOperationSendsItsFieldsAndReadsItsReply)
         { R"({"op":"match","by":"class","value":"TbtDriver"})", R"({"id":$ID,"result":3758097084})",
           [](Platform& p) { juce::Array<DockPlatform::Entry> e; auto r = p.matchServicesByClass("TbtDriver", e);
                             return std::to_string(r) + " " + std::to_string(e.size()); }, "3758097084 0" },
-        { R"({"op":"lookup","path":"IOService:/x"})", R"({"id":$ID,"result":0,"entry":0})",
-          [](Platform& p) { return std::to_string(p.entryForPath("IOService:/x")); }, "0" },
         { R"({"op":"parent","entry":4294967295})", R"({"id":$ID,"result":0,"entry":4294967294})",
           [](Platform& p) { return std::to_string(p.getParent(0xFFFFFFFF)); }, "4294967294" },
         { R"({"op":"search","entry":12,"key":"none"})", R"({"id":$ID,"result":0})",

@@ -261,8 +261,6 @@ TEST_F(UsbDock, CompletionResultsDecideSuccessAndRemoval)
         { "error", Driver::success, failed(DockPlatform::resultError), false, { "Command returned a bad result: E00002BC" }, true },
         { "not responding", Driver::success, failed(DockPlatform::resultNotResponding), false,
           { "Command returned a bad result: E00002ED" }, false },
-        { "two result arguments", Driver::success, { Driver::success, { 0x01, 'U' }, 2 }, false,
-          { "Command callback arrived with the wrong number of arguments." }, false },
         { "success", Driver::success, Driver::reply({ 0x01, 'U' }), false, {}, false },
         { "dead port when expected", DockPlatform::resultSendInvalidDest, {}, true, {}, true },
         { "dead port", DockPlatform::resultSendInvalidDest, {}, false, { "Device IO failed with result 10000003" }, true },

@@ -6,10 +6,8 @@
 #include <map>
 #include <mutex>
 
-/** A device registry behind the platform seam: entries with paths and
-    properties, services matched by the name or class they were added under,
-    a log of driver calls, and every handle handed out counted until given
-    back. Safe to use from a board's threads while the test scripts it. */
+/** A device registry behind the platform seam that logs driver calls and counts each handle until given back;
+    safe from a board's threads while the test scripts it. */
 class FakeDockRegistry : public NullDockPlatform
 {
 public:
@@ -24,7 +22,6 @@ public:
     };
 
     Entry add(const juce::String& path, Entry parent = 0, const juce::String& matchedAs = {});
-    /** Changes an entry in place, under the registry's lock. */
     void edit(Entry entry, const std::function<void(Node&)>& change) { const Guard g(lock); change(nodes.at(entry)); }
     void setProperty(Entry entry, const juce::String& key, const juce::var& value)
     {

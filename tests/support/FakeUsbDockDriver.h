@@ -7,10 +7,8 @@
 #include <optional>
 #include <vector>
 
-/** A scripted USB dock driver: USB devices with driver services below them,
-    a user client that records each call, and a dock that answers command
-    blocks as the test says, by completions on the caller's notification loop.
-    By default the dock acknowledges each block with its subcode and 'U'. */
+/** A scripted USB dock driver: a user client that records each call, and a dock that answers blocks by completions
+    on the caller's notification loop, by default with the block's subcode and 'U'. */
 class FakeUsbDockDriver : public FakeDockRegistry
 {
 public:
