@@ -173,7 +173,6 @@ int ConsoleSession::exitStatus(int timeoutMs)
     return *status;
 }
 
-//==============================================================================
 ScriptedBoard::ScriptedBoard(const std::string& dir, const std::string& linkName, const std::string& identity,
                              int id)
     : table { { "?", { identity } }, { "@", { "R" + std::to_string(id) } }, { "!", { "OK" } } }, peer(dir, linkName)
@@ -208,7 +207,6 @@ std::vector<std::string> ScriptedBoard::takeReceived()
     return fresh;
 }
 
-//==============================================================================
 void runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
 {
     SCOPED_TRACE(std::string("key '") + c.key + "'");
@@ -219,9 +217,6 @@ void runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
         expectedWire.push_back(command);
     }
     std::string expectedPrinted;
-    for (auto& [prompt, answer] : c.answers)
-        expectedPrinted += prompt + answer + "\n";
-    expectedPrinted += c.printed;
     board.takeReceived();
     console.takeOutput();
     const size_t start = console.output().size();
@@ -232,9 +227,10 @@ void runKeyCase(ConsoleSession& console, ScriptedBoard& board, const KeyCase& c)
         ASSERT_TRUE(console.waitFor(prompt)) << "no prompt \"" << prompt << "\"; printed: "
                                              << console.output().substr(start);
         console.line(answer);
+        expectedPrinted += prompt + answer + "\n";
     }
-    // Only once something that follows the key's own switch to line mode has
-    // been seen can a return to key mode mean the command is over.
+    expectedPrinted += c.printed;
+    // Key mode means the command is over only once something after the key's own switch to line mode was seen.
     EXPECT_TRUE(board.waitForReceived(expectedWire.size()));
     EXPECT_TRUE(waitUntil([&] { return console.output().size() >= start + expectedPrinted.size(); },
                           ConsoleSession::deadlineMs));

@@ -3,8 +3,7 @@
 
 namespace
 {
-/** An expander EEPROM behind the pass-through that reads back the block just written, optionally with one
-    byte spoiled or the read refused. */
+/** An expander EEPROM behind the pass-through: reads back the block just written, or one byte spoiled, or refuses. */
 struct ExpanderEeprom
 {
     int spoilBlock = -1, unreadableBlock = -1;
@@ -23,7 +22,6 @@ struct ExpanderEeprom
         return std::vector<std::string> { line[2] == '0' ? "OK" : "R" + written.substr(2) };
     }
 };
-
 }
 
 using DesktopConsole = SerialConsoleTest;
@@ -72,7 +70,6 @@ TEST_F(DesktopConsole, KeysEventsAndExpanderEepromPrintTheirLines)
         { "l3", "LED event: 3\n" },
     });
 
-    // Programming the expander EEPROM.
     board->reply("E06", { "OK" });
     ExpanderEeprom spoiled, unreadable;
     spoiled.spoilBlock = 1;

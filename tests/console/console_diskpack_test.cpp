@@ -24,7 +24,6 @@ TEST_F(DiskpackConsole, KeysHelpEventsAndControlCPrintTheirLines)
         { 'Q', { { "Num text pages: ", "many" } }, { { "Q00", {} } } },
         { 'M', {}, { { "M", { "RF619" } } }, "Temperatures Min: -10 Max: 25\n" },
         { 'O', {}, { { "O", { "R1234" } } }, "Operating hours: 4660\n" },
-        { 'Q', { { "Num text pages: ", "5" } }, { { "Q05", {} } } },
         { 'R', { { "Read text (page): ", "3" } }, { { "P03", {} }, { "R", { "RPage three" } } }, "Page three\n" },
         { 'R', { { "Read text (page): ", "24" } }, {}, "Failed\n" },
         { 'S', { { "Scsi Id Msb: ", "1" } }, { { "S1", {} } } },

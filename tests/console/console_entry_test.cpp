@@ -1,14 +1,12 @@
-// The console's command line, exit statuses, board search and link test, run
-// as the technician runs them: the program on a terminal, boards emulated.
+// The command line, exit statuses, board search and link test, run on a terminal against emulated boards.
 #include "console/ConsoleSession.h"
 #include "support/SimProcess.h"
 
 namespace
 {
-/** What avrtest printed after its banner, and its exit status. */
 struct Finished
 {
-    std::string printed;
+    std::string printed; // after the banner
     int status;
 };
 
@@ -30,6 +28,33 @@ Finished retriedWhileNotFound(const std::function<Finished()>& run)
     for (int i = 1; i < findAttempts && result.printed.rfind("Failed to find", 0) == 0; ++i)
         result = run();
     return result;
+}
+
+// Check mode: a fresh emulator per case, as an emulated pty cannot tell a run's leftover settings from none.
+Finished checkRun(const std::vector<std::string>& boards, const std::vector<std::string>& args)
+{
+    TempDevDir dir;
+    SimProcess sim(dir.path(), boards);
+    EXPECT_TRUE(sim.isReady());
+    return runToEnd(args);
+}
+
+const std::vector<std::string> threeDiskpacks { "--board", "d", "--id", "0", "--version", "V0.0", //
+                                                "--board", "d", "--id", "2", "--version", "V2.1", //
+                                                "--board", "d", "--id", "2", "--version", "V2.2" };
+
+/** Waits for the first rate, a whole number on its own line, then ends the run with Ctrl-C. */
+void measureUntilControlC(ConsoleSession& console)
+{
+    ASSERT_TRUE(console.waitFor("Sending data..\n"));
+    ASSERT_TRUE(console.waitFor(" ch/s\n", 60000));
+    console.interrupt();
+    EXPECT_EQ(console.exitStatus(), 0);
+    const auto out = console.output();
+    const auto at = out.find("Sending data..\n") + 15;
+    const auto rate = out.substr(at, out.find('\n', at) - at);
+    EXPECT_GT(rate.size(), 5u) << out;
+    EXPECT_EQ(rate.find_first_not_of("0123456789"), rate.size() - 5) << out;
 }
 }
 
@@ -84,24 +109,6 @@ TEST(ConsoleEntry, WhatEachCommandLinePrintsWithNoBoardThere)
     EXPECT_EQ(refused.status, 0);
 }
 
-//==============================================================================
-// Check mode: a fresh emulator per case, as an emulated pty cannot tell a run's leftover settings from none.
-
-namespace
-{
-Finished checkRun(const std::vector<std::string>& boards, const std::vector<std::string>& args)
-{
-    TempDevDir dir;
-    SimProcess sim(dir.path(), boards);
-    EXPECT_TRUE(sim.isReady());
-    return runToEnd(args);
-}
-
-const std::vector<std::string> threeDiskpacks { "--board", "d", "--id", "0", "--version", "V0.0", //
-                                                "--board", "d", "--id", "2", "--version", "V2.1", //
-                                                "--board", "d", "--id", "2", "--version", "V2.2" };
-}
-
 TEST(ConsoleCheckMode, CountsBoardsOnTheSearchedIdsAndPrintsTheLastFound)
 {
     const std::vector<std::string> stations { "--board", "x", "--id", "1", "--version", "V1.1", //
@@ -132,24 +139,6 @@ TEST(ConsoleCheckMode, CountsBoardsOnTheSearchedIdsAndPrintsTheLastFound)
         EXPECT_EQ(run.printed, c.printed);
         EXPECT_EQ(run.status, c.found ? 0 : 255);
     }
-}
-
-//==============================================================================
-namespace
-{
-/** Waits for the first rate, a whole number on its own line, then ends the run with Ctrl-C. */
-void measureUntilControlC(ConsoleSession& console)
-{
-    ASSERT_TRUE(console.waitFor("Sending data..\n"));
-    ASSERT_TRUE(console.waitFor(" ch/s\n", 60000));
-    console.interrupt();
-    EXPECT_EQ(console.exitStatus(), 0);
-    const auto out = console.output();
-    const auto at = out.find("Sending data..\n") + 15;
-    const auto rate = out.substr(at, out.find('\n', at) - at);
-    EXPECT_GT(rate.size(), 5u) << out;
-    EXPECT_EQ(rate.find_first_not_of("0123456789"), rate.size() - 5) << out;
-}
 }
 
 TEST(ConsoleEntry, LinkTestMeasuresOnPortThreeAndRunsATerminalOnPortFive)

@@ -3,8 +3,7 @@
 
 namespace
 {
-/** A diskpack EEPROM behind the board that reads back each written page, or
-    refuses one, or spoils its byte 5. */
+/** A diskpack EEPROM behind the board that reads back each written page, or refuses one, or spoils its byte 5. */
 struct DiskpackEeprom
 {
     std::map<int, std::string> pages;
@@ -26,7 +25,6 @@ struct DiskpackEeprom
         return std::vector<std::string> { fail ? "N" : write ? "OK" : "R" + data };
     }
 };
-
 }
 
 using XferDualConsole = SerialConsoleTest;
@@ -92,7 +90,6 @@ TEST_F(XferDualConsole, KeysEventsAndEepromTestVerdicts)
         { "l11", "Diskpack 1 LED event: on\n" },
     });
 
-    // The diskpack EEPROM test's verdicts.
     DiskpackEeprom good, spoiled, unreadable, unwritable;
     spoiled.spoilPage = 3;
     // The pages read before a failed read matched, so the verdict stands.
