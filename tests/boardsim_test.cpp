@@ -201,22 +201,16 @@ TEST(BoardsimOptions, MistakesAndBadFaultSettingsAreRejected)
 {
     TempDir dir;
     const std::string d = dir.path;
+    // Each refused for one thing: no board or dir, a dir missing, letters unknown, upper case or two,
+    // a per-board option before a board, a two-digit id, a missing value, a bad fault, a slash in a name,
+    // a duplicate name, an unknown option, and eleven boards (filled in below).
     std::vector<std::vector<std::string>> bad = {
-        {"--dir", d},                                              // no board
-        {"--board", "d"},                                          // no dir
-        {"--dir", d + "/missing", "--board", "d"},                 // dir does not exist
-        {"--dir", d, "--board", "q"},                              // unknown letter
-        {"--dir", d, "--board", "D"},                              // letters are lower case
-        {"--dir", d, "--board", "dd"},                             // not a letter
-        {"--dir", d, "--id", "1", "--board", "d"},                 // per-board option before a board
-        {"--dir", d, "--board", "d", "--id", "12"},                // id is one digit
-        {"--dir", d, "--board", "d", "--id"},                      // missing value
-        {"--dir", d, "--board", "d", "--fault", "nack-every=0"},   // bad fault
-        {"--dir", d, "--board", "d", "--name", "a/b"},             // name with a slash
-        {"--dir", d, "--board", "d", "--name", "n", "--board", "r", "--name", "n"}, // duplicate
-        {"--dir", d, "--board", "d", "--frobnicate"},              // unknown option
-        {"--dir", d, "--bootloader", "--board", "d"},              // per-board option before a board
-        {"--dir", d},                                              // eleven boards, filled in below
+        {"--dir", d}, {"--board", "d"}, {"--dir", d + "/missing", "--board", "d"}, {"--dir", d, "--board", "q"},
+        {"--dir", d, "--board", "D"}, {"--dir", d, "--board", "dd"}, {"--dir", d, "--id", "1", "--board", "d"},
+        {"--dir", d, "--board", "d", "--id", "12"}, {"--dir", d, "--board", "d", "--id"},
+        {"--dir", d, "--board", "d", "--fault", "nack-every=0"}, {"--dir", d, "--board", "d", "--name", "a/b"},
+        {"--dir", d, "--board", "d", "--name", "n", "--board", "r", "--name", "n"},
+        {"--dir", d, "--board", "d", "--frobnicate"}, {"--dir", d, "--bootloader", "--board", "d"}, {"--dir", d},
     };
     // Default names have one digit for the position.
     for (int i = 0; i < 11; ++i)
@@ -316,9 +310,9 @@ TEST(BoardsimFaultWire, FaultsShapeTheReplies)
     for (const auto& c : cases) {
         for (const bool atRunTime : {false, true}) {
             std::vector<std::string> args = {"--board", "r", "--id", "4"};
-            for (const auto& f : c.faults)
-                args.insert(args.end(), {"--fault", f});
-            Sim sim(atRunTime ? std::vector<std::string>{"--board", "r", "--id", "4"} : args);
+            for (size_t i = 0; !atRunTime && i < c.faults.size(); ++i)
+                args.insert(args.end(), {"--fault", c.faults[i]});
+            Sim sim(args);
             for (size_t i = 0; atRunTime && i < c.faults.size(); ++i)
                 ASSERT_EQ(sim.control("fault 0 " + c.faults[i]), "ok");
             EXPECT_TRUE(replies(*sim.open(), c.commands, c.lines)) << c.faults.front() << (atRunTime ? " at run time" : "");

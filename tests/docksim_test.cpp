@@ -14,6 +14,7 @@
 using namespace emutest;
 using namespace docksim;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 namespace {
 
@@ -23,20 +24,12 @@ constexpr int64_t kNotAttached = 0xE00002D9, kIoError = 0xE00002BC;
 
 // docksim as a child process with its own socket directory; end of file on its stdin ends it.
 struct Docksim : TempDir, Child {
-    explicit Docksim(std::vector<std::string> args) : Child(withSocket(path + "/dock.sock", args))
+    explicit Docksim(std::vector<std::string> args)
+        : Child((args.insert(args.begin(), {DOCKSIM_PATH, "--socket", path + "/dock.sock"}), args))
     {
         EXPECT_EQ(out.line(), "ready");
     }
-    ~Docksim()
-    {
-        in.close();
-        wait();
-    }
-    static std::vector<std::string> withSocket(const std::string& socket, std::vector<std::string> args)
-    {
-        args.insert(args.begin(), {DOCKSIM_PATH, "--socket", socket});
-        return args;
-    }
+    ~Docksim() { in.close(), wait(); }
     std::string socketPath() const { return path + "/dock.sock"; }
 
     // A control line's answer; lines it logs meanwhile are skipped.
@@ -117,8 +110,8 @@ public:
     }
     static std::string scalar(int64_t connection, int selector)
     {
-        return "\"op\":\"scalar\",\"connection\":" + std::to_string(connection) + ",\"selector\":"
-            + std::to_string(selector) + ",\"input\":[]";
+        return R"("op":"scalar","connection":)" + std::to_string(connection) + R"(,"selector":)"
+            + std::to_string(selector) + R"(,"input":[])";
     }
     // Opens and claims the user client of the first USB dock driver service.
     int64_t openUsb()
@@ -192,18 +185,15 @@ std::string xboot2(char request, const std::vector<uint8_t>& data)
 
 TEST(DocksimOptions, MistakesAndAnythingButStrictJsonAreRefused)
 {
+    // No socket, no dock, an unknown type, a per-dock option before a dock, a two-digit id, a USB version
+    // not A.B.C, a twin that is not USB, a Thunderbolt fault on USB, a bad or missing fault.
+    const std::string x = "/tmp/x";
     const std::vector<std::vector<std::string>> bad = {
-        {"--dock", "s"},                                             // no socket
-        {"--socket", "/tmp/x"},                                      // no dock
-        {"--socket", "/tmp/x", "--dock", "q"},                       // unknown type
-        {"--socket", "/tmp/x", "--id", "1", "--dock", "m"},          // per-dock option before a dock
-        {"--socket", "/tmp/x", "--dock", "m", "--id", "10"},         // id is one digit
-        {"--socket", "/tmp/x", "--dock", "s", "--version", "1.2"},   // USB version is A.B.C
-        {"--socket", "/tmp/x", "--dock", "s", "--version", "1.2.256"},
-        {"--socket", "/tmp/x", "--dock", "m", "--twin"},             // twin is USB only
-        {"--socket", "/tmp/x", "--dock", "s", "--fault", "nack"},    // a Thunderbolt fault
-        {"--socket", "/tmp/x", "--dock", "m", "--fault", "nack=0"},
-        {"--socket", "/tmp/x", "--dock", "m", "--fault"},
+        {"--dock", "s"}, {"--socket", x}, {"--socket", x, "--dock", "q"}, {"--socket", x, "--id", "1", "--dock", "m"},
+        {"--socket", x, "--dock", "m", "--id", "10"}, {"--socket", x, "--dock", "s", "--version", "1.2"},
+        {"--socket", x, "--dock", "s", "--version", "1.2.256"}, {"--socket", x, "--dock", "m", "--twin"},
+        {"--socket", x, "--dock", "s", "--fault", "nack"}, {"--socket", x, "--dock", "m", "--fault", "nack=0"},
+        {"--socket", x, "--dock", "m", "--fault"},
     };
     for (const auto& args : bad) {
         Options o;
@@ -441,9 +431,9 @@ TEST(DocksimProcess, SurvivesBadInputAndAnswersWhatItCan)
     Docksim sim({"--dock", "s", "--dock", "m"});
     Client c(sim.socketPath());
     // Not answered: not JSON, not an object, no usable id; over-long lines.
-    for (const std::string& junk : {std::string("nonsense\n"), std::string("[1,2]\n"), std::string("{\"op\":\"match\"}\n"),
-                                    std::string("{\"id\":-4,\"op\":\"match\"}\n"), std::string("\xff\xfe{\n"),
-                                    std::string(2 << 20, 'x') + "\n", std::string("{\"id\":1,\"op\":\"path\",\"entry\":1}\x00\n", 32)})
+    for (const std::string& junk : {"nonsense\n"s, "[1,2]\n"s, R"({"op":"match"})""\n"s, R"({"id":-4,"op":"match"})""\n"s,
+                                    "\xff\xfe{\n"s, std::string(2 << 20, 'x') + "\n",
+                                    std::string("{\"id\":1,\"op\":\"path\",\"entry\":1}\x00\n", 32)})
         ASSERT_TRUE(c.sendRaw(junk));
     // Answered with a failure: wrong fields.
     for (const char* rq : {R"("op":"fly")", R"("op":"path","entry":"1")", R"("op":"path","entry":1099511627776)",
