@@ -1,6 +1,7 @@
 // The dock emulator for what the product never asks of it; docks_sim_test and console_dock_test pin the rest.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <sys/socket.h>
@@ -176,8 +177,7 @@ std::string xboot2(char request, const std::vector<uint8_t>& data)
     raw.insert(raw.end(), data.begin(), data.end());
     const uint32_t crc = static_cast<uint32_t>(::crc32(0, raw.data(), static_cast<uInt>(raw.size())));
     std::string text = hex(data) + hex({uint8_t(crc >> 24), uint8_t(crc >> 16), uint8_t(crc >> 8), uint8_t(crc)});
-    for (char& ch : text)
-        ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
     return "*" + std::string(1, request) + text;
 }
 
@@ -410,8 +410,7 @@ TEST(DocksimTbt, EventsQueueAndDrainOneByOneAndTheBootloaderRefusesWhatIsOutOfTu
     page.resize(514, 0x5A);
     std::string corrupt = xboot2(':', page), upper = corrupt;
     corrupt[10] = corrupt[10] == '0' ? '1' : '0';
-    for (auto& ch : upper)
-        ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return std::toupper(c); });
     const std::pair<std::string, const char*> requests[] = {
         {xboot2(':', page), "N"},           // not before %UP
         {"%UP", "OK"}, {xboot2(':', page), "OK"},
