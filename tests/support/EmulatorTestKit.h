@@ -24,7 +24,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kWait{10000};
 inline const std::string kNone = "<nothing>";
 
-// Upper-case hex, two digits a byte.
 inline std::string hex(const std::vector<uint8_t>& bytes)
 {
     static const char d[] = "0123456789ABCDEF";
