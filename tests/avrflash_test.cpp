@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <numeric>
 #include <vector>
 
 namespace
@@ -40,17 +41,107 @@ juce::MemoryBlock flashWith(size_t size, const std::vector<std::pair<size_t, juc
 
 juce::String hexRecord(int type, int address, const std::vector<int>& data)
 {
-    int sum = (int) data.size() + (address >> 8) + (address & 0xFF) + type;
+    const int sum = std::accumulate(data.begin(), data.end(), (address >> 8) + (address & 0xFF) + type)
+                    + (int) data.size();
     juce::String line = juce::String::formatted(":%02X%04X%02X", (int) data.size(), address, type);
     for (int b : data)
-    {
         line << juce::String::formatted("%02X", b);
-        sum += b;
-    }
     return line + juce::String::formatted("%02X", (-sum) & 0xFF) + "\n";
 }
 
 const juce::String hexEnd = ":00000001FF\n";
+
+struct Captured
+{
+    FILE* file = std::tmpfile();
+    ~Captured() { std::fclose(file); }
+    std::string text() const
+    {
+        std::string s((size_t) std::ftell(file), '\0');
+        std::rewind(file);
+        s.resize(std::fread(s.data(), 1, s.size(), file));
+        return s;
+    }
+};
+
+/** What the display shows for a pass of `pages` pages, each taking `step` seconds. */
+std::string progressOf(bool terminal, const char* phase, int pages, int pageSize, double step, int noteAfter = -1)
+{
+    Captured out;
+    double now = 100.0;
+    FlashProgress progress(out.file, terminal, [&] { return now; });
+    progress.begin(phase, pages, pageSize);
+    for (int i = 1; i <= pages; ++i)
+    {
+        now += step;
+        progress.pageDone();
+        if (i == noteAfter)
+            progress.note("page 4 at 0x00400: wrote page with 1 retries");
+    }
+    progress.end();
+    return out.text();
+}
+
+/** An in-memory bootloader that logs every call and misbehaves as scripted: "w3=refuse r1=corrupt". */
+struct FakeUpdater : HardwareBoardFWUpdater
+{
+    static constexpr int pageSize = 256;
+
+    explicit FakeUpdater(std::string s) : HardwareBoardFWUpdater(nullptr), flash(0x1E000, true), script(" " + s + " ") {}
+
+    bool startFirmwareUpdate() override { return log("start"); }
+    bool endFirmwareUpdate(FirmwareStatus status) override { return log("end" + std::to_string((int) status)); }
+    bool eraseApplicationSection() override
+    {
+        flash.fillWith(0xFF);
+        return log("erase");
+    }
+    bool programApplicationPage(const void* data, int page, juce::String& message) override
+    {
+        const auto f = fault("w" + std::to_string(page));
+        message = f == "refuse" ? "failed writing page (NACK)" : f == "retry" ? "wrote page with 2 retries" : "";
+        if (f != "refuse")
+            flash.copyFrom(data, page * pageSize, pageSize);
+        if (f == "interrupt")
+            stop = true;
+        return log("w" + std::to_string(page));
+    }
+    bool readApplicationPage(void* data, int page, juce::String& message) override
+    {
+        const auto f = fault("r" + std::to_string(page));
+        flash.copyTo(data, page * pageSize, pageSize);
+        if (f == "corrupt")
+            static_cast<unsigned char*>(data)[0x21] ^= 0x40;
+        message = f == "unreadable" ? "Verify read time out at offset 0x010" : "";
+        return log("r" + std::to_string(page));
+    }
+    int getFlashPageSize() const override { return pageSize; }
+
+    bool log(const std::string& call)
+    {
+        calls += (calls.empty() ? "" : " ") + call;
+        return fault(call) != "refuse" && fault(call) != "unreadable";
+    }
+    std::string fault(const std::string& call) const
+    {
+        const auto at = script.find(" " + call + "=");
+        const auto from = at + call.size() + 2;
+        return at == std::string::npos ? std::string() : script.substr(from, script.find(' ', from) - from);
+    }
+
+    juce::MemoryBlock flash;
+    const std::string script;
+    std::string calls;
+    std::atomic<bool> stop { false };
+};
+
+juce::MemoryBlock imageOf(int pages)
+{
+    juce::MemoryBlock b((size_t) pages * FakeUpdater::pageSize);
+    for (size_t i = 0; i < b.getSize(); ++i)
+        b[i] = (char) (i * 31 + 5);
+    return b;
+}
 }
 
 TEST(FirmwareImage, FilesAreReadByTheirNameOrElseTheirContent)
@@ -89,8 +180,7 @@ TEST(FirmwareImage, FilesAreReadByTheirNameOrElseTheirContent)
 TEST(FirmwareImage, BadFilesAreRefusedWithTheFileNamedAndSoIsASaveWhereNoFileCanBe)
 {
     ScratchDir scratch;
-    auto badSum = hexRecord(0, 0, { 1, 2, 3 });
-    badSum = badSum.substring(0, badSum.length() - 3) + "00\n";
+    const auto badSum = hexRecord(0, 0, { 1, 2, 3 }).dropLastCharacters(3) + "00\n";
     const std::tuple<const char*, juce::String, const char*> cases[] = {
         { "sum.hex", badSum + hexEnd, "checksum" },
         // Two different values for one address: not one image.
@@ -117,40 +207,6 @@ TEST(FirmwareImage, BadFilesAreRefusedWithTheFileNamedAndSoIsASaveWhereNoFileCan
     EXPECT_TRUE(error.startsWith(nowhere.getFullPathName())) << error;
 }
 
-namespace
-{
-struct Captured
-{
-    FILE* file = std::tmpfile();
-    ~Captured() { std::fclose(file); }
-    std::string text() const
-    {
-        std::string s((size_t) std::ftell(file), '\0');
-        std::rewind(file);
-        s.resize(std::fread(s.data(), 1, s.size(), file));
-        return s;
-    }
-};
-
-/** What the display shows for a pass of `pages` pages, each taking `step` seconds. */
-std::string progressOf(bool terminal, const char* phase, int pages, int pageSize, double step, int noteAfter = -1)
-{
-    Captured out;
-    double now = 100.0;
-    FlashProgress progress(out.file, terminal, [&] { return now; });
-    progress.begin(phase, pages, pageSize);
-    for (int i = 1; i <= pages; ++i)
-    {
-        now += step;
-        progress.pageDone();
-        if (i == noteAfter)
-            progress.note("page 4 at 0x00400: wrote page with 1 retries");
-    }
-    progress.end();
-    return out.text();
-}
-}
-
 TEST(FlashProgress, PlainOutputIsALineAtEachTenthATerminalRedrawsOneBarAndRatesReadNaturally)
 {
     // 2 pages of 256 bytes a second; the tenth tenth is the total.
@@ -169,77 +225,10 @@ TEST(FlashProgress, PlainOutputIsALineAtEachTenthATerminalRedrawsOneBarAndRatesR
     EXPECT_NE(std::string::npos, text.find("\r\x1b[KReading: 4/4 pages in 0:04, 512 B/s\n"));
     EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n'));
 
-    const juce::String formatted[] = { FlashProgress::formatRate(872.7), FlashProgress::formatRate(1536),
-                                       FlashProgress::formatDuration(0.2), FlashProgress::formatDuration(281.4),
-                                       FlashProgress::formatDuration(3723) };
     EXPECT_EQ(juce::StringArray({ "873 B/s", "1.5 KiB/s", "0:00", "4:41", "1:02:03" }),
-              juce::StringArray(formatted, 5));
-}
-
-namespace
-{
-/** An in-memory bootloader that writes every call down and misbehaves as its script says
-    ("w3=refuse r1=corrupt" refuses the write of page 3 and corrupts the read of page 1). */
-struct FakeUpdater : HardwareBoardFWUpdater
-{
-    static constexpr int pageSize = 256;
-
-    explicit FakeUpdater(std::string s) : HardwareBoardFWUpdater(nullptr), flash(0x1E000, true), script(" " + s + " ") {}
-
-    bool startFirmwareUpdate() override { return log("start"); }
-    bool endFirmwareUpdate(FirmwareStatus status) override { return log("end" + std::to_string((int) status)); }
-    bool eraseApplicationSection() override
-    {
-        flash.fillWith(0xFF);
-        return log("erase");
-    }
-    bool programApplicationPage(const void* data, int page, juce::String& message) override
-    {
-        const auto f = fault("w" + std::to_string(page));
-        message = f == "refuse" ? "failed writing page (NACK)" : f == "retry" ? "wrote page with 2 retries" : "";
-        if (f != "refuse")
-            flash.copyFrom(data, page * pageSize, pageSize);
-        if (f == "interrupt")
-            stop = true;
-        return log("w" + std::to_string(page));
-    }
-    bool readApplicationPage(void* data, int page, juce::String& message) override
-    {
-        const auto f = fault("r" + std::to_string(page));
-        flash.copyTo(data, page * pageSize, pageSize);
-        if (f == "corrupt")
-            static_cast<unsigned char*>(data)[0x21] ^= 0x40;
-        message = f == "unreadable" ? "Verify read time out at offset 0x010" : "";
-        return log("r" + std::to_string(page));
-    }
-    int getFlashPageSize() const override { return pageSize; }
-
-    /** Writes a call down; it fails if the script refuses it or finds it unreadable. */
-    bool log(const std::string& call)
-    {
-        calls += (calls.empty() ? "" : " ") + call;
-        return fault(call) != "refuse" && fault(call) != "unreadable";
-    }
-    std::string fault(const std::string& call) const
-    {
-        const auto at = script.find(" " + call + "=");
-        const auto from = at + call.size() + 2;
-        return at == std::string::npos ? std::string() : script.substr(from, script.find(' ', from) - from);
-    }
-
-    juce::MemoryBlock flash;
-    const std::string script;
-    std::string calls;
-    std::atomic<bool> stop { false };
-};
-
-juce::MemoryBlock imageOf(int pages)
-{
-    juce::MemoryBlock b((size_t) pages * FakeUpdater::pageSize);
-    for (size_t i = 0; i < b.getSize(); ++i)
-        b[i] = (char) (i * 31 + 5);
-    return b;
-}
+              juce::StringArray(FlashProgress::formatRate(872.7), FlashProgress::formatRate(1536),
+                                FlashProgress::formatDuration(0.2), FlashProgress::formatDuration(281.4),
+                                FlashProgress::formatDuration(3723)));
 }
 
 TEST(Session, EverySessionEndsWithTheOutcomeWhateverHappened)

@@ -17,15 +17,6 @@ juce::MemoryBlock imageOf(int bytes, int seed)
     return b;
 }
 
-/** Whether `printed` holds every one of `parts`; a failure shows it all. */
-::testing::AssertionResult printedAll(const std::string& printed, std::initializer_list<const char*> parts)
-{
-    for (const char* part : parts)
-        if (printed.find(part) == std::string::npos)
-            return ::testing::AssertionFailure() << "no \"" << part << "\" in:\n" << printed;
-    return ::testing::AssertionSuccess();
-}
-
 ProgramRun avrflash(const std::string& args) { return runProgram(std::string(AVRTEST_BIN_DIR) + "/avrflash " + args); }
 
 struct Avrflash : ::testing::Test
@@ -55,13 +46,14 @@ TEST_F(Avrflash, UpdatesVerifiesAndReadsBackAnEmulatedBoard)
 
     auto run = avrflash("--id 1 d " + hex);
     EXPECT_EQ(0, run.status) << run.output;
-    EXPECT_TRUE(printedAll(run.output, { "Found Diskpack board V1.00 on ", "Writing app.hex: Intel HEX, 1290 bytes in 6 pages of 256",
-                                  "wrote page with 1 retries", "Read page with 1 retries",
-                                  "Updated and verified: 6 pages written, 6 read back equal" }));
+    for (auto part : { "Found Diskpack board V1.00 on ", "Writing app.hex: Intel HEX, 1290 bytes in 6 pages of 256",
+                       "wrote page with 1 retries", "Read page with 1 retries",
+                       "Updated and verified: 6 pages written, 6 read back equal" })
+        EXPECT_NE(std::string::npos, run.output.find(part)) << part << " in:\n" << run.output;
 
     run = avrflash("--verify-only d " + hex);
     EXPECT_EQ(0, run.status) << run.output;
-    EXPECT_TRUE(printedAll(run.output, { "Verified: all 6 pages match app.hex" }));
+    EXPECT_NE(std::string::npos, run.output.find("Verified: all 6 pages match app.hex")) << run.output;
 
     const auto back = scratch.getChildFile("back.bin");
     run = avrflash("--read " + back.getFullPathName().toStdString() + " d");
@@ -73,22 +65,17 @@ TEST_F(Avrflash, UpdatesVerifiesAndReadsBackAnEmulatedBoard)
     EXPECT_EQ((char) 0xFF, flash[image.getSize()]);
 
     // Another image: verify-only tells the difference and says where.
-    const auto other = writeHex(imageOf(5 * pageSize + 10, 12), "other.hex");
-    run = avrflash("--verify-only d " + other);
+    run = avrflash("--verify-only d " + writeHex(imageOf(5 * pageSize + 10, 12), "other.hex"));
     EXPECT_EQ(1, run.status) << run.output;
-    EXPECT_TRUE(printedAll(run.output, { "avrflash: 6 of 6 pages did not verify: 0, 1, 2, 3, 4, 5" }));
+    EXPECT_NE(std::string::npos, run.output.find("avrflash: 6 of 6 pages did not verify: 0, 1, 2, 3, 4, 5"))
+        << run.output;
 }
 
 TEST_F(Avrflash, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
 {
-    const struct
-    {
-        std::vector<std::string> sim;
-        std::string args;
-        int status;
-        std::string said;
-        std::vector<std::string> received; // from the request to enter the bootloader on, five characters each
-    } cases[] = {
+    // Emulator and avrflash arguments, status, words, and five characters of each line the board got from %UP on.
+    using Lines = std::vector<std::string>;
+    const std::tuple<Lines, std::string, int, std::string, Lines> cases[] = {
         // The chassis board commits its settings when closed; restarting, it must not be asked to.
         { { "--board", "c" }, "c", 0, "Found Chassis board V1.00 on ", { "%UP", ":0000", "$0000", "#" } },
         // The third line it receives, the request to enter the bootloader, is refused.
@@ -111,23 +98,23 @@ TEST_F(Avrflash, TheBoardHearsNothingAfterTheSessionNorAfterARefusal)
     };
     const auto image = scratch.getChildFile("one.bin");
     ASSERT_TRUE(image.replaceWithData(imageOf(pageSize, 5).getData(), pageSize));
-    for (auto& c : cases)
+    for (const auto& [sim, args, status, said, expected] : cases)
     {
-        SCOPED_TRACE(c.args + ": " + c.said);
-        auto simArgs = c.sim;
+        SCOPED_TRACE(args + ": " + said);
+        auto simArgs = sim;
         simArgs.insert(simArgs.begin(), "--log");
         SimProcess board(dev.path(), simArgs);
         ASSERT_TRUE(board.isReady());
-        const auto run = avrflash(c.args + " " + image.getFullPathName().toStdString());
-        EXPECT_EQ(c.status, run.status) << run.output;
-        EXPECT_TRUE(printedAll(run.output, { c.said.c_str() }));
+        const auto run = avrflash(args + " " + image.getFullPathName().toStdString());
+        EXPECT_EQ(status, run.status) << run.output;
+        EXPECT_NE(std::string::npos, run.output.find(said)) << run.output;
         // A control round trip: every line received before it has been logged.
         ASSERT_EQ("ok", board.control("fault 0 clear"));
         std::vector<std::string> received;
         for (auto& line : board.output())
             if (line.rfind("rx 0 ", 0) == 0 && (!received.empty() || line == "rx 0 %UP"))
                 received.push_back(line.substr(5, 5));
-        EXPECT_EQ(c.received, received);
+        EXPECT_EQ(expected, received);
     }
 }
 
@@ -138,7 +125,7 @@ TEST_F(Avrflash, BadUsageIsStatusTwoAndATooLargeImageIsRefusedBeforeAnyBoardIsSo
     {
         const auto run = avrflash(args);
         EXPECT_EQ(2, run.status) << args << "\n" << run.output;
-        EXPECT_TRUE(printedAll(run.output, { "Try 'avrflash --help'." })) << args;
+        EXPECT_NE(std::string::npos, run.output.find("Try 'avrflash --help'.")) << args;
     }
     const auto help = avrflash("--help");
     EXPECT_EQ(0, help.status);
@@ -146,6 +133,7 @@ TEST_F(Avrflash, BadUsageIsStatusTwoAndATooLargeImageIsRefusedBeforeAnyBoardIsSo
     // No board runs here: looking for one first would end in another message.
     const auto big = avrflash("d " + writeHex(imageOf(0x1E000 + 1, 0), "big.hex"));
     EXPECT_EQ(1, big.status);
-    EXPECT_TRUE(printedAll(big.output, { "the image is 122881 bytes, larger than the 122880-byte (0x1E000) application section" }));
+    EXPECT_NE(std::string::npos,
+              big.output.find("the image is 122881 bytes, larger than the 122880-byte (0x1E000) application section"));
     EXPECT_EQ(std::string::npos, big.output.find("Looking for")) << big.output;
 }

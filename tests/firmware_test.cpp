@@ -38,6 +38,55 @@ struct OpenScriptedBoard : ScriptedTestBoard
     void setOpen(bool open) { isOpen = open; }
     const int variant;
 };
+
+std::vector<std::string> discovery(const std::string& line)
+{
+    return { line == "?" ? "Test board V1.0" : line == "@" ? "R0" : "OK" };
+}
+
+/** Any board class whose close-time duty is a command, as the chassis's is. */
+struct CommitsOnClose : TestBoard
+{
+    ~CommitsOnClose() override { closeBoard(false); }
+    void closingBoard() override { sendCommand('W', -1, 2); }
+};
+
+/** A serial board whose bootloader is played by the test on the far end of a pty. */
+struct XBoot : ::testing::Test
+{
+    TempDevDir dev;
+    PtyPeer peer { dev.path(), "ttyUSB0" };
+    CommitsOnClose board;
+    XBootFWUpdater up { &board };
+    Bytes page = Bytes(256, 0), data = Bytes(256);
+
+    void SetUp() override
+    {
+        peer.serve(discovery);
+        ASSERT_TRUE(board.findAndOpen(-1));
+        ASSERT_TRUE(up.startFirmwareUpdate());
+        peer.stopServing();
+    }
+    void TearDown() override { board.closeBoardWithoutClosingCommand(); }
+
+    /** Writes `page` (or reads into `data`) on a thread of its own while the test plays the bootloader. */
+    std::future<std::pair<bool, juce::String>> later(bool write, int number)
+    {
+        return std::async(std::launch::async, [this, write, number] {
+            juce::String message;
+            const bool ok = write ? up.programApplicationPage(page.data(), number, message)
+                                  : up.readApplicationPage(data.data(), number, message);
+            return std::make_pair(ok, message);
+        });
+    }
+
+    std::string take(size_t n, int timeoutMs = 5000)
+    {
+        std::string bytes;
+        EXPECT_TRUE(peer.readBytes(bytes, n, timeoutMs));
+        return bytes;
+    }
+};
 }
 
 TEST(FirmwareGeometryDeathTest, FollowsTheMcuVariantAndAnUnknownOneIsFatal)
@@ -124,58 +173,6 @@ TEST(XBoot2, PageWritesAreRetriedFiveTimesAndReadsCheckTheCrcButKeepTheData)
     board.willReply("R" + juce::String(hexOf(page)));
     EXPECT_FALSE(up.readApplicationPage(data.data(), 0x0102, message));
     EXPECT_EQ(juce::String("Failed sending verify command"), message);
-}
-
-namespace
-{
-std::vector<std::string> discovery(const std::string& line)
-{
-    return { line == "?" ? "Test board V1.0" : line == "@" ? "R0" : "OK" };
-}
-
-/** Any board class whose close-time duty is a command, as the chassis's is. */
-struct CommitsOnClose : TestBoard
-{
-    ~CommitsOnClose() override { closeBoard(false); }
-    void closingBoard() override { sendCommand('W', -1, 2); }
-};
-
-/** A serial board whose bootloader is played by the test on the far end of a pty. */
-struct XBoot : ::testing::Test
-{
-    TempDevDir dev;
-    PtyPeer peer { dev.path(), "ttyUSB0" };
-    CommitsOnClose board;
-    XBootFWUpdater up { &board };
-    Bytes page = Bytes(256, 0), data = Bytes(256);
-
-    void SetUp() override
-    {
-        peer.serve(discovery);
-        ASSERT_TRUE(board.findAndOpen(-1));
-        ASSERT_TRUE(up.startFirmwareUpdate());
-        peer.stopServing();
-    }
-    void TearDown() override { board.closeBoardWithoutClosingCommand(); }
-
-    /** Writes `page` (or reads into `data`) on a thread of its own while the test plays the bootloader. */
-    std::future<std::pair<bool, juce::String>> later(bool write, int number)
-    {
-        return std::async(std::launch::async, [this, write, number] {
-            juce::String message;
-            const bool ok = write ? up.programApplicationPage(page.data(), number, message)
-                                  : up.readApplicationPage(data.data(), number, message);
-            return std::make_pair(ok, message);
-        });
-    }
-
-    std::string take(size_t n, int timeoutMs = 5000)
-    {
-        std::string bytes;
-        EXPECT_TRUE(peer.readBytes(bytes, n, timeoutMs));
-        return bytes;
-    }
-};
 }
 
 // Refusals ("N") are retried; the avrflash runs against the emulated bootloader count the repeats.
