@@ -176,7 +176,7 @@ TEST_F(OpenBoard, EventsEndTheIdlePauseFollowTheirExchangeInOrderOnceAndNeverMix
     for (int i = 0; i < 60; ++i)
     {
         int value = -1;
-        ASSERT_TRUE(board->sendCommandGetIntResponse('Q', 2, value, i, 2)) << i;
+        ASSERT_TRUE(board->sendCommandGetIntResponse('Q', 4, value, i, 4)) << i;
         EXPECT_EQ(value, i);
     }
     noise.join();
