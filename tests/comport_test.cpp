@@ -92,8 +92,11 @@ TEST_F(ComPortOnPty, ConfigurationFailuresLenienceAndDrain)
     for (char c : { 'z', '\xA5' })
     {
         std::thread feed([this, c] {
-            for (int i = 0; i < 15; ++i, juce::Thread::sleep(10))
+            for (int i = 0; i < 15; ++i)
+            {
                 peer.write(std::string(1, c));
+                juce::Thread::sleep(10);
+            }
         });
         EXPECT_EQ(port.set(c == 'z' ? 9600 : 19200, 8, ComPort::parityNone, 1, ComPort::flowNone), c == 'z');
         feed.join();
@@ -108,15 +111,19 @@ TEST_F(ComPortOnPty, ConfigurationFailuresLenienceAndDrain)
         std::atomic<bool> chatter { true };
         std::thread noise([&] {
             const auto until = juce::Time::getMillisecondCounter() + 20000;
-            for (; chatter && juce::Time::getMillisecondCounter() < until; juce::Thread::sleep(e.pauseMs))
+            while (chatter && juce::Time::getMillisecondCounter() < until)
+            {
                 peer.writeIfRoom(std::string((size_t) e.bytesPerWrite, 'z'));
+                juce::Thread::sleep(e.pauseMs);
+            }
         });
         // On a loaded machine the noise itself may pause for 50 ms and rightly end a drain.
         bool gaveUp = false;
-        for (int attempt = 0; attempt < 5 && !gaveUp; ++attempt, rate = rate == 9600 ? 19200 : 9600)
+        for (int attempt = 0; attempt < 5 && !gaveUp; ++attempt)
         {
             log.clear();
             gaveUp = !port.set(rate, 8, ComPort::parityNone, 1, ComPort::flowNone);
+            rate = rate == 9600 ? 19200 : 9600;
         }
         chatter = false;
         noise.join();
