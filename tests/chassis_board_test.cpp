@@ -13,11 +13,8 @@ using Chassis = ScriptedBoardTest<VersionedChassis>;
 
 TEST_F(Chassis, SettersClampClosingCommitsAndFirmwareDecidesColourAndBayQuery)
 {
-    board.setVolume(-3);
-    board.setVolume(32);
-    board.setBrightness(16);
-    board.setBrightness(-1);
-    board.setLedState(0x3F); // only five LED bits exist
+    EXPECT_TRUE(board.setVolume(-3) && board.setVolume(32) && board.setBrightness(16) && board.setBrightness(-1)
+                && board.setLedState(0x3F)); // only five LED bits exist
     board.willFail();
     board.closingBoard();
     EXPECT_EQ(log.lines(), (juce::StringArray { "ChassisBoard: failed to update EEPROM contents" }));
