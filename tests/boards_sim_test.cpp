@@ -10,8 +10,7 @@ using namespace boardtest;
 /** One emulated board (number 0, or 1 behind a diskpack board), whose state "check N KEY VALUE" reads. */
 struct Sim : SimTest
 {
-    /** A call that must succeed, then the lines that must follow it: an emulator state ("check ...")
-        or an event the listener hears. */
+    /** A call that must succeed, then emulator states ("check ...") or heard events that must follow. */
     using Step = std::pair<std::function<bool()>, std::vector<std::string>>;
 
     std::function<bool()> sends(const std::string& line)
@@ -131,10 +130,9 @@ TEST_F(Sim, RemoteBoard)
     EXPECT_EQ(read(board, &RemoteBoard::getContrast), 12);
     EXPECT_EQ(read(board, &RemoteBoard::getRingBright), 3);
     // A touch signal line carries ten values, none of them zero.
-    const auto isSignal = [](const std::string& c) {
+    EXPECT_TRUE(heard.waitFor("a touch signal", [](const std::string& c) {
         return c.rfind("sig ", 0) == 0 && (c + " ").find(" 0 ") == std::string::npos;
-    };
-    EXPECT_TRUE(heard.waitFor("a touch signal", isSignal));
+    }));
     EXPECT_TRUE(board.enableQtEvents(false));
 }
 

@@ -32,8 +32,7 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     EXPECT_TRUE(replied(board, "R1", &DesktopBoard::getDiskpackWriteProtect));
     board.willReply("RF619");
     EXPECT_EQ(readPair(board, &DesktopBoard::getMinMaxTemperatures), std::make_pair(-10, 25));
-    EXPECT_TRUE(board.setDiskpackPower(false));
-    EXPECT_TRUE(board.setLedId(0x13)) << "the id is cut to one digit";
+    EXPECT_TRUE(board.setDiskpackPower(false) && board.setLedId(0x13)) << "the id is cut to one digit";
     // A reply of the wrong length, or a failure, leaves the result alone.
     board.willReply("R2A0");
     EXPECT_FALSE(board.getBatteryVoltage(v));
@@ -43,10 +42,9 @@ TEST_F(Desktop, DiskpackBoardAndExpanderCommands)
     EXPECT_TRUE(b);
 
     // The LED state is sent only on a change, and kept even when sending it failed.
-    EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
-    EXPECT_TRUE(board.setDiskpackLed(7, diskpackLedFlashSlow)) << "any non-zero LED is LED 1";
-    EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedOn));
-    EXPECT_TRUE(board.setDiskpackLed(0, (DiskpackLedMode) 5)) << "not masked: spills into LED 1's field";
+    // Any non-zero LED is LED 1, and a mode is not masked: 5 spills into LED 1's field.
+    EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow) && board.setDiskpackLed(7, diskpackLedFlashSlow)
+                && board.setDiskpackLed(0, diskpackLedOn) && board.setDiskpackLed(0, (DiskpackLedMode) 5));
     board.willFail();
     EXPECT_FALSE(board.setDiskpackLed(1, diskpackLedOff));
     EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedOff));
@@ -112,9 +110,8 @@ TEST(DesktopEeprom, FactoryImageProgramsEveryBlockVerifiesResetsAndStopsAtAFailu
     scriptProgramming(board);
     EXPECT_EQ(board.sasProgramEeprom(0), DesktopBoard::programOk);
     ASSERT_EQ(board.sent.size(), 21);
-    EXPECT_EQ(board.sent[18], "E0009" + hexOf(&image[288], 32));
-    EXPECT_EQ(board.sent[19], "E0109");
-    EXPECT_EQ(board.sent[20], "E06");
+    board.sent.removeRange(0, 18);
+    EXPECT_EQ(board.sent, (juce::StringArray { "E0009" + hexOf(&image[288], 32), "E0109", "E06" }));
 
     // The top of the serial range; the image keeps it even though the write failed.
     board.willFail();
@@ -151,7 +148,7 @@ TEST_F(Desktop, EventsReachListenersByMask)
     board.registerListener(&foreign);
     board.registerListener(&some);
 
-    feed(board, { "pF0", "v1", "i1", "l9", "dhello R world", "d", "t12", "b1" });
+    feed({ "pF0", "v1", "i1", "l9", "dhello R world", "d", "t12", "b1" });
 
     EXPECT_EQ(some.calls(), (Calls { "temp -16", "present", "debug hello R world", "debug " }));
     EXPECT_EQ(log.lines(), unknownEvents("DesktopBoardEventListener", "tb"));

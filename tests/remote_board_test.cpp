@@ -38,8 +38,8 @@ TEST_F(Remote, EventsAreDecodedAndFilteredByMask)
     board.registerListener(&touch);
 
     // In the reference line the incomplete third group is dropped.
-    feed(board, { "k0102", "r7F", "eFF", "dBoot ok: v1", "q000100020003000400050006000700080009000A000B",
-                  "f00100020003", "g12" });
+    feed({ "k0102", "r7F", "eFF", "dBoot ok: v1", "q000100020003000400050006000700080009000A000B",
+           "f00100020003", "g12" });
 
     EXPECT_EQ(keys.calls(), (Calls { "key 258", "encoder -1" }));
     EXPECT_EQ(touch.calls(), (Calls { "sig 1 2 3 4 5 6 7 8 9 10", "ref 16 32 0 0 0 0 0 0 0 0" }));

@@ -17,20 +17,13 @@ TEST_F(Transfer, CommandsPutTheirArgumentOnTheWireAndDecodeTheReply)
 
     // The LED state is sent only on a change, the power state always whole.
     board.clearSent();
-    EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
-    EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow));
-    EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedOn));
-    EXPECT_TRUE(board.setDiskpackLed(7, diskpackLedOff)); // any LED other than 0 is LED 1
-    EXPECT_TRUE(board.setDiskpackLed(0, diskpackLedFlashFast));
-    // An out-of-range mode is passed on unmasked: state 0x17 keeps one digit, a negative one none.
-    EXPECT_TRUE(board.setDiskpackLed(1, (DiskpackLedMode) 5));
-    EXPECT_TRUE(board.setDiskpackLed(0, (DiskpackLedMode) -1));
-    board.setDiskpackPower(true);
-    board.setTapeDrivePower(true);
-    board.setDiskpackPower(true);
-    board.setInternalDiskPower(true);
-    board.setDiskpackPower(false);
-    board.setTapeDrivePower(false);
+    // Any LED other than 0 is LED 1; a mode out of range goes unmasked: 0x17 keeps one digit, a negative none.
+    EXPECT_TRUE(board.setDiskpackLed(1, diskpackLedFlashSlow) && board.setDiskpackLed(1, diskpackLedFlashSlow)
+                && board.setDiskpackLed(0, diskpackLedOn) && board.setDiskpackLed(7, diskpackLedOff)
+                && board.setDiskpackLed(0, diskpackLedFlashFast) && board.setDiskpackLed(1, (DiskpackLedMode) 5)
+                && board.setDiskpackLed(0, (DiskpackLedMode) -1));
+    EXPECT_TRUE(board.setDiskpackPower(true) && board.setTapeDrivePower(true) && board.setDiskpackPower(true)
+                && board.setInternalDiskPower(true) && board.setDiskpackPower(false) && board.setTapeDrivePower(false));
     EXPECT_EQ(board.sent, (juce::StringArray { "L8", "L9", "L1", "L3", "L7", "L", "D1", "D5", "D5", "D7", "D6",
                                                "D2" }));
     board.clearSent();
@@ -50,7 +43,7 @@ TEST_F(Transfer, EventsReachListenersByMask)
     // The console's event lines check the decoding; here the masks.
     TransferHeard door(TransferBoardEventListener::doorEventBit | TransferBoardEventListener::ledEventBit);
     board.registerListener(&door);
-    feed(board, { "pF0", "d1", "i1", "l9", "t20" });
+    feed({ "pF0", "d1", "i1", "l9", "t20" });
     EXPECT_EQ(door.calls(), (Calls { "door open", "led 9" }));
     EXPECT_EQ(log.lines(), unknownEvents("TransferBoardEventListener", "t"));
 }

@@ -149,14 +149,13 @@ struct ScriptedBoardTest : ::testing::Test
 {
     Board board;
     LogCapture log;
-};
 
-template <class Board>
-void feed(Board& board, std::initializer_list<const char*> lines)
-{
-    for (auto* line : lines)
-        board.eventReceived(line);
-}
+    void feed(std::initializer_list<const char*> lines)
+    {
+        for (auto* line : lines)
+            board.eventReceived(line);
+    }
+};
 
 /** What a listener logs for each event letter it does not know. */
 inline juce::StringArray unknownEvents(const char* listener, const std::string& letters)
