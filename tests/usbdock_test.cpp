@@ -395,7 +395,11 @@ TEST_F(UsbDock, ThePollStopsAtAFailedUpdateTheWatchOnlyReportsAndLateRepliesAreF
     // A failing presence query is only reported; the board closes once a command finds the dock gone.
     driver->setScalarResult(USBDockSCSIDeviceHandler::presentCommand, DockPlatform::resultNotAttached);
     const juce::String notPresent = "Device is not present - code e00002d9 - ignoring";
-    ASSERT_TRUE(waitUntil([&] { const auto l = log.lines(); return std::count(l.begin(), l.end(), notPresent) >= 3; }, 10000));
+    const auto reports = [&] {
+        const auto l = log.lines();
+        return std::count(l.begin(), l.end(), notPresent);
+    };
+    ASSERT_TRUE(waitUntil([&] { return reports() >= 3; }, 10000));
     EXPECT_TRUE(dock->boardIsOpen());
     driver->answer(0x0A, failed(DockPlatform::resultNotAttached));
     int degrees = 0;

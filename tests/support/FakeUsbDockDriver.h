@@ -35,7 +35,11 @@ public:
     Result openResult = success;
     Result issueResult = success; // what an asynchronous call returns
     void setScalarResult(uint32_t selector, Result result) { const Guard g(lock); scalarResults[selector] = result; }
-    void respond(uint8_t subcode, Responder responder) { const Guard g(lock); responders[subcode] = std::move(responder); }
+    void respond(uint8_t subcode, Responder responder)
+    {
+        const Guard g(lock);
+        responders[subcode] = std::move(responder);
+    }
     void answer(uint8_t subcode, const Completion& c) { respond(subcode, [c](const CDB16&) { return c; }); }
     void silence(uint8_t subcode) { respond(subcode, [](const CDB16&) { return std::nullopt; }); }
 
